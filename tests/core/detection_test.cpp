@@ -1,12 +1,16 @@
 // What is read from the kernel's files: cores, caches and quotas, from texts and from made-up systems in a directory.
+#include <errno.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
 #include <string>
 
+#include "core/allowed.h"
 #include "core/quota.h"
 #include "core/textfile.h"
 #include "core/topology.h"
@@ -216,9 +220,9 @@ TEST_F(MadeUpSystem, TextsLoseOneNewlineAtTheEnd) {
   put("/one", "two\nlines\n\n");
   ASSERT_TRUE(core::readText(text, sizeof text, "%s/%s", root(), "one"));
   EXPECT_STREQ(text, "two\nlines\n");
-  put("/none", "none");
+  put("/none", "no\nne");
   ASSERT_TRUE(core::readText(text, sizeof text, "%s/none", root()));
-  EXPECT_STREQ(text, "none");
+  EXPECT_STREQ(text, "no\nne");
 }
 
 TEST_F(MadeUpSystem, TextsThatCannotBeReadOrDoNotFitAreRefused) {
@@ -273,6 +277,37 @@ TEST(CoreQuotaPath, MountFromFurtherUpShowsOnlyItsTop) {
   EXPECT_STREQ(core::pathInMount("/a", "/../.."), "");
   EXPECT_STREQ(core::pathInMount("/../x", "/.."), "/x");
   EXPECT_EQ(core::pathInMount("/a", "/../x"), nullptr);
+}
+
+// A kernel for 5000 processors that lets the process run on every other one.
+int affinityOfLargeKernel(pid_t process, size_t bytes, cpu_set_t* mask) {
+  EXPECT_EQ(process, getpid());
+  if (bytes * 8 < 5000) {
+    errno = EINVAL;
+    return -1;
+  }
+  CPU_ZERO_S(bytes, mask);
+  for (size_t cpu = 0; cpu < 5000; cpu += 2) CPU_SET_S(cpu, bytes, mask);
+  return 0;
+}
+
+int failures = 0;
+
+template <int error>
+int failingAffinity(pid_t, size_t, cpu_set_t*) {
+  ++failures;
+  errno = error;
+  return -1;
+}
+
+TEST(CoreAffinity, MaskMayBeLongerThanUsual) { EXPECT_EQ(core::processorsInAffinity(affinityOfLargeKernel), 2500); }
+
+TEST(CoreAffinity, WithoutMaskProcessorsOnlineCount) {
+  const long online = sysconf(_SC_NPROCESSORS_ONLN);
+  failures = 0;
+  EXPECT_EQ(core::processorsInAffinity(failingAffinity<EPERM>), online);
+  EXPECT_EQ(failures, 1);
+  EXPECT_EQ(core::processorsInAffinity(failingAffinity<EINVAL>), online);
 }
 
 class CoreQuota : public MadeUpSystem {
@@ -386,6 +421,17 @@ TEST_F(CoreQuota, V1OtherControllersDoNotCount) {
   EXPECT_EQ(core::quotaProcessors(root()), core::noQuota);
 }
 
+TEST_F(CoreQuota, MountsOfOtherKindsDoNotCount) {
+  putProcess("4:cpu,cpuacct:/a\n0::/a\n", plainV1 + "50 1 0:50 / /other rw - tmpfs tmpfs rw,cpu\n");
+  put("/sys/fs/cgroup/cpuset/a/cpu.cfs_quota_us", "100000\n");
+  put("/sys/fs/cgroup/cpuset/a/cpu.cfs_period_us", "100000\n");
+  put("/other/a/cpu.cfs_quota_us", "100000\n");
+  put("/other/a/cpu.cfs_period_us", "100000\n");
+  put("/other/a/cpu.max", "100000 100000\n");
+  putV2("/cpu,cpuacct/a", "100000 100000");
+  EXPECT_EQ(core::quotaProcessors(root()), core::noQuota);
+}
+
 TEST_F(CoreQuota, V1OddNumbersAreNoQuota) {
   putProcess("4:cpu,cpuacct:/a\n", plainV1);
   const char* cases[][2] = {{"-1", "100000"}, {"0", "100000"},   {"100000", "0"},  {"", ""},
@@ -400,6 +446,22 @@ TEST_F(CoreQuota, V1PeriodMissingIsNoQuota) {
   putProcess("4:cpu,cpuacct:/a\n", plainV1);
   put("/sys/fs/cgroup/cpu,cpuacct/a/cpu.cfs_quota_us", "100000\n");
   EXPECT_EQ(core::quotaProcessors(root()), core::noQuota);
+}
+
+int32_t processorsInMask() {
+  cpu_set_t mask;
+  CPU_ZERO(&mask);
+  if (sched_getaffinity(getpid(), sizeof mask, &mask) != 0) abort();
+  return CPU_COUNT(&mask);
+}
+
+TEST_F(CoreQuota, SmallerOfQuotaAndAffinityIsAllowed) {
+  EXPECT_EQ(core::allowedProcessors(root()), processorsInMask());
+  putProcess("0::/a\n", plainV2);
+  putV2("/a", "50000 100000");
+  EXPECT_EQ(core::allowedProcessors(root()), 1);
+  putV2("/a", "900000000 100000");
+  EXPECT_EQ(core::allowedProcessors(root()), processorsInMask());
 }
 
 // Version 2 for some controllers beside version 1 for others, one of them mounted below the other's directory.
