@@ -1,7 +1,8 @@
 // An image in the tour's own memory, laid out as the library takes it: interleaved channels, a step in bytes.
 //
 // Odd: every image has two spare rows above and below. A fixed-kernel filter that asks for several threads and is given
-// only one reads that far beyond the region; where the rows repeat the edge (extendEdges), that is the replicated border.
+// only one reads that far beyond the region; where the rows repeat the edge (extendEdges), that is the replicated
+// border.
 #ifndef QOR_TOUR_IMAGE_H
 #define QOR_TOUR_IMAGE_H
 

@@ -23,8 +23,9 @@ class JpegDecoder {
   int32_t channels() const;
   std::string reason() const;
 
+  struct State;  // the codec's own, and where its callbacks leave word
+
  private:
-  struct State;
   std::unique_ptr<State> state;
 };
 

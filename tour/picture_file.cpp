@@ -34,7 +34,8 @@ static Bytes readBytes(const std::string& path) {
 static void requireSize(const std::string& path, int64_t width, int64_t height) {
   if (width <= longestSide && height <= longestSide && width * height <= mostPixels) return;
   throw Failure(path + ": " + std::to_string(width) + "x" + std::to_string(height) + " pixels are too many, at most " +
-                std::to_string(longestSide) + " a side and " + std::to_string(mostPixels / 1000000) + " million in all");
+                std::to_string(longestSide) + " a side and " + std::to_string(mostPixels / 1000000) +
+                " million in all");
 }
 
 static Image8u decodePng(const std::string& path, const Bytes& bytes) {

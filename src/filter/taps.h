@@ -5,6 +5,8 @@
 
 #include "frame/level.h"
 
+namespace {
+
 // Endings. Each turns the sum of a pixel into the element that is stored.
 
 struct StoreFloat {
@@ -48,8 +50,11 @@ struct ScaleByQ14 {
   int16_t operator()(int32_t sum) const { return int16_t((sum * factor) >> 14); }
 };
 
-// Sums of `taps` taps for each element. source(i) points to what tap i multiplies for the first element.
-template <class Sum, int32_t taps, bool goOn, class Source, class Tap, class Emit>
+}  // namespace
+
+// Sums of `taps` taps for each element, added to `sums` if the kernel goes on. source(i) points to what tap i
+// multiplies for the first element; emit(x, sum) takes what comes out.
+template <class Sum, int32_t taps, bool goesOn, class Source, class Tap, class Emit>
 static inline void sumTaps(Source source, const Tap* kernel, const Sum* sums, int32_t count, Emit emit) {
   Sum weight[taps];
   decltype(source(0)) pixel[taps];
@@ -58,53 +63,48 @@ static inline void sumTaps(Source source, const Tap* kernel, const Sum* sums, in
     pixel[i] = source(i);
   }
   for (int32_t x = 0; x < count; ++x) {
-    Sum sum = goOn ? sums[x] + weight[0] * Sum(pixel[0][x]) : weight[0] * Sum(pixel[0][x]);
+    Sum sum = weight[0] * Sum(pixel[0][x]);
+    if (goesOn) sum = sums[x] + sum;
     for (int32_t i = 1; i < taps; ++i) sum = sum + weight[i] * Sum(pixel[i][x]);
     emit(x, sum);
   }
 }
 
-// Filters `count` elements with a kernel of any length. Lengths 3 and 5 take one pass; others add four taps at a time
-// to a strip of sums that stays in the first-level cache, and end with the last of them.
+// A kernel of more than five taps: four at a time are added to a strip of sums that stays in the first-level cache.
 template <class Sum, class Source, class Tap, class Ending, class Dst>
-static void filterElements(Source source, const Tap* kernel, int32_t kernelSize, const Ending& ending,
-                           Dst* __restrict dst, int32_t count) {
-  const auto store = [&ending, dst](int32_t x, Sum sum) { dst[x] = ending(sum); };
-  if (kernelSize == 3) return sumTaps<Sum, 3, false>(source, kernel, static_cast<Sum*>(nullptr), count, store);
-  if (kernelSize == 5) return sumTaps<Sum, 5, false>(source, kernel, static_cast<Sum*>(nullptr), count, store);
-
+static void filterWithLongKernel(Source source, const Tap* kernel, int32_t kernelSize, const Ending& ending, Dst* dst,
+                                 int32_t count) {
   constexpr int32_t stripLength = 1024;
   Sum sums[stripLength];
   for (int32_t first = 0; first < count; first += stripLength) {
     const int32_t length = count - first < stripLength ? count - first : stripLength;
     const auto keep = [&sums](int32_t x, Sum sum) { sums[x] = sum; };
     const auto finish = [&ending, dst, first](int32_t x, Sum sum) { dst[first + x] = ending(sum); };
-    const int32_t lastTaps = (kernelSize - 1) % 4 + 1;
     int32_t tap = 0;
     const auto group = [&source, &tap, first](int32_t i) { return source(tap + i) + first; };
-    if (kernelSize > 4) {
-      sumTaps<Sum, 4, false>(group, kernel, sums, length, keep);
-      for (tap = 4; tap < kernelSize - lastTaps; tap += 4)
-        sumTaps<Sum, 4, true>(group, kernel + tap, sums, length, keep);
+    sumTaps<Sum, 4, false>(group, kernel, sums, length, keep);
+    for (tap = 4; tap < kernelSize - 4; tap += 4) sumTaps<Sum, 4, true>(group, kernel + tap, sums, length, keep);
+    switch (kernelSize - tap) {
+      case 1: sumTaps<Sum, 1, true>(group, kernel + tap, sums, length, finish); break;
+      case 2: sumTaps<Sum, 2, true>(group, kernel + tap, sums, length, finish); break;
+      case 3: sumTaps<Sum, 3, true>(group, kernel + tap, sums, length, finish); break;
+      default: sumTaps<Sum, 4, true>(group, kernel + tap, sums, length, finish); break;
     }
-    const Tap* last = kernel + tap;
-    const bool goOn = tap > 0;
-    switch (lastTaps) {
-      case 1:
-        goOn ? sumTaps<Sum, 1, true>(group, last, sums, length, finish)
-             : sumTaps<Sum, 1, false>(group, last, sums, length, finish);
-        break;
-      case 2:
-        goOn ? sumTaps<Sum, 2, true>(group, last, sums, length, finish)
-             : sumTaps<Sum, 2, false>(group, last, sums, length, finish);
-        break;
-      case 3:
-        sumTaps<Sum, 3, true>(group, last, sums, length, finish);
-        break;
-      default:
-        goOn ? sumTaps<Sum, 4, true>(group, last, sums, length, finish)
-             : sumTaps<Sum, 4, false>(group, last, sums, length, finish);
-        break;
-    }
+  }
+}
+
+// Filters `count` elements with a kernel of any length.
+template <class Sum, class Source, class Tap, class Ending, class Dst>
+static void filterElements(Source source, const Tap* kernel, int32_t kernelSize, const Ending& ending, Dst* dst,
+                           int32_t count) {
+  const auto store = [&ending, dst](int32_t x, Sum sum) { dst[x] = ending(sum); };
+  const Sum* const noSums = nullptr;
+  switch (kernelSize) {
+    case 1: sumTaps<Sum, 1, false>(source, kernel, noSums, count, store); break;
+    case 2: sumTaps<Sum, 2, false>(source, kernel, noSums, count, store); break;
+    case 3: sumTaps<Sum, 3, false>(source, kernel, noSums, count, store); break;
+    case 4: sumTaps<Sum, 4, false>(source, kernel, noSums, count, store); break;
+    case 5: sumTaps<Sum, 5, false>(source, kernel, noSums, count, store); break;
+    default: filterWithLongKernel<Sum>(source, kernel, kernelSize, ending, dst, count); break;
   }
 }

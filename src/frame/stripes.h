@@ -46,19 +46,20 @@ static inline void runStripes(int32_t height, int32_t threads, Body body) {
 }
 
 // The float rule, which spreads the remainder evenly: thread t works from row t * height / teamSize + 0.5 up to the
-// next thread's first row, in float and truncated.
+// next thread's first row, in float and truncated. The last thread ends at the last row, which float misses from 2^22
+// rows on.
 template <class Body>
 static inline void runFloatStripes(int32_t height, int32_t threads, Body body) {
   if (threads == serial) {
     body(0, height);
     return;
   }
-  const float rowsPerThread = float(height) / float(threads);
-#pragma omp parallel num_threads(threads)
+#pragma omp parallel num_threads(threads < 1 ? 1 : threads)
   {
-    const int32_t thread = owncvGetIdThreads();
+    const int32_t thread = owncvGetIdThreads(), teamSize = owncvGetNumThreads();
+    const float rowsPerThread = float(height) / float(teamSize);
     const int32_t first = int32_t(float(thread) * rowsPerThread + 0.5f);
-    const int32_t limit = int32_t(float(thread + 1) * rowsPerThread + 0.5f);
+    const int32_t limit = thread == teamSize - 1 ? height : int32_t(float(thread + 1) * rowsPerThread + 0.5f);
     if (first < limit) body(first, limit - first);
   }
 }
