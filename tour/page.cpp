@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <sstream>
 
 namespace tour {
 
@@ -60,6 +61,7 @@ figcaption p { margin: 0; font-size: 0.93rem; }
 figcaption .scale { font-size: 0.83rem; color: var(--quiet); }
 pre { margin: 0; padding: 8px 10px; border-radius: 6px; background: var(--code); white-space: pre-wrap;
   overflow-wrap: anywhere; font: 0.76rem/1.45 ui-monospace, "SF Mono", Menlo, Consolas, "Liberation Mono", monospace; }
+pre code { display: block; padding-left: 2ch; text-indent: -2ch; font: inherit; }
 .times { display: flex; flex-wrap: wrap; gap: 2px 18px; margin: auto 0 0; font-size: 0.88rem; color: var(--quiet); }
 .times b { color: var(--text); font-variant-numeric: tabular-nums; }
 footer { margin-top: 56px; padding-top: 16px; padding-bottom: 40px; color: var(--quiet); font-size: 0.9rem; }
@@ -127,7 +129,7 @@ static std::string header(const std::vector<Section>& sections) {
   html += fact("Library", std::string(version.libraryName) + " " + version.versionText);
   html += fact("Processor", processorName());
   html += fact("Cores on the die", std::to_string(qorGetNumCoresOnDie()));
-  html += fact("Threads", "1, and all " + std::to_string(allThreads()));
+  html += fact("Threads", allThreads() == 1 ? "1, which is all" : "1, and all " + std::to_string(allThreads()));
   html += fact("Largest cache", std::to_string(cacheSize / 1024) + " KiB");
   html += "</dl>\n";
   html +=
@@ -144,14 +146,27 @@ static std::string header(const std::vector<Section>& sections) {
   return html;
 }
 
+// A line each, which may be broken behind its bracket: names are long and phones are narrow.
+static std::string codeHtml(const std::string& statement) {
+  std::string html;
+  std::istringstream lines(statement);
+  for (std::string line; std::getline(lines, line);) {
+    line = escaped(line);
+    const size_t bracket = line.find("R(");
+    if (bracket != std::string::npos) line.insert(bracket + 2, "<wbr>");
+    html += "<code>" + line + "</code>";
+  }
+  return html;
+}
+
 static std::string figure(const Section& section, const Shown& shown) {
   std::string html = "<figure>\n<a href=\"" + shown.file + "\">" +
                      imageTag(section, shown.file, shown.label.title + ": " + section.name) + "</a>\n<figcaption>\n";
   html += "<h4>" + escaped(shown.label.title) + "</h4>\n<p>" + escaped(shown.label.caption) + "</p>\n";
   if (!shown.scale.empty()) html += "<p class=\"scale\">" + escaped(shown.scale) + "</p>\n";
-  html += "<pre><code>";
-  for (size_t i = 0; i < shown.code.size(); ++i) html += (i ? "\n" : "") + escaped(shown.code[i]);
-  html += "</code></pre>\n<p class=\"times\"><span>one thread <b>" + timeText(shown.times.oneThread) + "</b></span>";
+  html += "<pre>";
+  for (const std::string& statement : shown.code) html += codeHtml(statement);
+  html += "</pre>\n<p class=\"times\"><span>one thread <b>" + timeText(shown.times.oneThread) + "</b></span>";
   html += "<span>" +
           (allThreads() == 1 ? std::string("all threads (1)") : "all " + std::to_string(allThreads()) + " threads") +
           " <b>" + timeText(shown.times.allThreads) + "</b></span></p>\n";
@@ -161,7 +176,7 @@ static std::string figure(const Section& section, const Shown& shown) {
 
 static std::string roomHtml(const Section& section, const Room& room) {
   const std::string input = room.station->input == Input::colour ? "The picture as it is." : "The picture in grey.";
-  std::string html = "<h3 id=\"" + section.folder + "-" + room.station->name + "\">" + room.station->title + "</h3>\n";
+  std::string html = "<h3 id=\"" + section.folder + "." + room.station->name + "\">" + room.station->title + "</h3>\n";
   html += std::string("<p class=\"about\">") + escaped(room.station->about) + "</p>\n<div class=\"wall\">\n";
   html += "<figure class=\"before\">\n<a href=\"" + room.before + "\">" +
           imageTag(section, room.before, "Before: " + section.name) + "</a>\n<figcaption>\n<h4>Before</h4>\n<p>" +
@@ -184,7 +199,7 @@ std::string makePage(const std::vector<Section>& sections) {
             "</small></h2>\n<ul class=\"stops\">\n";
     for (const Room& room : section.rooms) {
       html +=
-          "<li><a href=\"#" + section.folder + "-" + room.station->name + "\">" + room.station->title + "</a></li>\n";
+          "<li><a href=\"#" + section.folder + "." + room.station->name + "\">" + room.station->title + "</a></li>\n";
       count += static_cast<int32_t>(room.exhibits.size());
     }
     html += "</ul>\n";

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "failure.h"
-#include "jpeg.h"
+#include "jpeg_decoder.h"
+#include "png_decoder.h"
 
 namespace tour {
 
@@ -38,30 +39,39 @@ static void requireSize(const std::string& path, int64_t width, int64_t height) 
                 " million in all");
 }
 
+// Alpha is the last channel; what is transparent becomes white.
+static Image8u onWhite(const Image8u& image) {
+  const int32_t channels = image.channels - 1;
+  Image8u result(image.width, image.height, channels);
+  for (int32_t y = 0; y < image.height; ++y) {
+    const uint8_t* p = image.row(y);
+    uint8_t* q = result.row(y);
+    for (int32_t x = 0; x < image.width; ++x, p += channels + 1, q += channels) {
+      const int32_t alpha = p[channels];
+      for (int32_t c = 0; c < channels; ++c) {
+        q[c] = static_cast<uint8_t>((p[c] * alpha + 255 * (255 - alpha) + 127) / 255);
+      }
+    }
+  }
+  return result;
+}
+
 static Image8u decodePng(const std::string& path, const Bytes& bytes) {
-  // The header's size is looked at before the codec sees it: its own limits end in less clear words.
+  // The header's size is looked at before the codec sees it: the codec's own limit is told in less clear words.
   constexpr size_t headerEnd = 24;
   const auto bigEndian = [&](size_t at) {
     return int64_t{bytes[at]} << 24 | bytes[at + 1] << 16 | bytes[at + 2] << 8 | bytes[at + 3];
   };
-  if (bytes.size() < headerEnd) throw Failure(path + ": truncated PNG file");
+  if (bytes.size() < headerEnd) throw Failure(path + ": broken PNG file (the file ends too early)");
   requireSize(path, bigEndian(16), bigEndian(20));
-
-  png_image png = {};
-  png.version = PNG_IMAGE_VERSION;
-  const std::unique_ptr<png_image, void (*)(png_image*)> release(&png, &png_image_free);
-  if (!png_image_begin_read_from_memory(&png, bytes.data(), bytes.size())) {
-    throw Failure(path + ": broken PNG file (" + png.message + ")");
+  PngDecoder decoder(bytes.data(), bytes.size());
+  if (!decoder.readHeader()) throw Failure(path + ": broken PNG file (" + decoder.reason() + ")");
+  requireSize(path, decoder.width(), decoder.height());
+  Image8u image(decoder.width(), decoder.height(), decoder.channels());
+  if (!decoder.readPixels(image.data(), image.step())) {
+    throw Failure(path + ": broken PNG file (" + decoder.reason() + ")");
   }
-  png.flags |= PNG_IMAGE_FLAG_16BIT_sRGB;  // else 16-bit samples without a gamma count as linear light
-  const int32_t channels = (png.format & PNG_FORMAT_FLAG_COLOR) ? 3 : 1;
-  png.format = channels == 3 ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
-  Image8u image(static_cast<int32_t>(png.width), static_cast<int32_t>(png.height), channels);
-  const png_color white = {255, 255, 255};
-  if (!png_image_finish_read(&png, &white, image.data(), image.pitch, nullptr)) {
-    throw Failure(path + ": broken PNG file (" + png.message + ")");
-  }
-  return image;
+  return image.channels % 2 == 0 ? onWhite(image) : image;
 }
 
 static Image8u decodeJpeg(const std::string& path, const Bytes& bytes) {

@@ -19,7 +19,7 @@ void visitSlopes(const Picture& picture, Wall& wall) {
                              qoriFilterSobelHorizBorder_8u16s_C1R(src, srcStep, dst, dstStep, roiSize, qorMaskSize3x3,
                                                                   qorBorderReplicate, 0, buffer)));
   show({"sobel-vert-3x3", "Sobel, vertical edges, 3×3",
-        "Left minus right: light where the picture gets darker to the right, as if lit from the right-hand side."},
+        "Left minus right: light where the picture gets darker to the right, dark where it gets brighter."},
        TOUR_STEP_WITH_BUFFER(qoriFilterSobelVertGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
                              qoriFilterSobelVertBorder_8u16s_C1R(src, srcStep, dst, dstStep, roiSize, qorMaskSize3x3,
                                                                  qorBorderReplicate, 0, buffer)));

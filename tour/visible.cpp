@@ -98,13 +98,13 @@ Visible directionAsHue(const Image16s& dx, const Image16s& dy) {
   const double end = upperEnd(all);
   Visible visible{Image8u(dx.width, dx.height, 3), ""};
   forEach(dx, [&, i = size_t{0}](int32_t x, int32_t y, int16_t value) mutable {
-    const double brightness = std::min(255.0, static_cast<double>(all[i++]) * 255 / end);
+    const double brightness = 255 * std::sqrt(std::min(1.0, static_cast<double>(all[i++]) / end));
     const double hue = std::atan2(static_cast<double>(dy.row(y)[x]), static_cast<double>(value)) * 180 / pi;
     uint8_t* pixel = visible.image.row(y) + ptrdiff_t{3} * x;
     for (int32_t c = 0; c < 3; ++c) pixel[c] = level(brightness * share(hue, 120.0 * c));
   });
-  visible.scale =
-      "Black is a slope of 0, full colour one of " + std::to_string(static_cast<int32_t>(end)) + " or more.";
+  visible.scale = "The brightness is the root of the slope: black is 0, full colour " +
+                  std::to_string(static_cast<int32_t>(end)) + " or more.";
   return visible;
 }
 

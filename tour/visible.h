@@ -29,7 +29,7 @@ Visible amplified(const Image8u& image);
 // The length of the vector (dx, dy), zero as black.
 Visible lengthAsGray(const Image16s& dx, const Image16s& dy);
 
-// The direction of the vector (dx, dy) as hue, its length as brightness.
+// The direction of the vector (dx, dy) as hue, the root of its length as brightness.
 Visible directionAsHue(const Image16s& dx, const Image16s& dy);
 
 }  // namespace tour

@@ -20,16 +20,14 @@ namespace {
 
 // ---- Magnitudes
 
-inline uint16_t absolute(int16_t value) { return uint16_t(value < 0 ? -value : value); }
+inline uint16_t absolute(int16_t value) { return uint16_t(std::max(value, int16_t(-value))); }
 
 // Keeps magnitudes above `low`, which is 1 or more.
 inline void magnitudeRow(const int16_t* dx, const int16_t* dy, uint16_t* magnitudes, int32_t width, int32_t low) {
   const uint16_t least = uint16_t(low);
   QOR_INDEPENDENT
   for (int32_t x = 0; x < width; ++x) {
-    const uint16_t ax = absolute(dx[x]), ay = absolute(dy[x]);
-    const uint16_t greater = std::max(ax, ay), lesser = std::min(ax, ay);
-    const uint16_t m = uint16_t(uint16_t(greater - uint16_t(greater != 0)) + lesser);  // at most 65535
+    const uint16_t m = uint16_t(absolute(dx[x]) + absolute(dy[x]) - ((dx[x] | dy[x]) != 0));
     magnitudes[x] = m >= least ? m : uint16_t(0);
   }
 }
@@ -127,10 +125,32 @@ inline Lanes16 rise(Lanes16 ax, Lanes16 ay) {
 }
 #endif
 
+// Writes `value` where a bit is set and 0 elsewhere, to 64 bytes.
+inline void expand(uint64_t bits, uint8_t value, uint8_t* p) {
+#if defined(__AVX512BW__)
+  _mm512_storeu_si512(p, _mm512_maskz_set1_epi8(bits, char(value)));
+#else
+  for (int32_t i = 0; i < 64; i += 16) {
+    const __m128i pick = _mm_set1_epi64x(int64_t(0x8040201008040201));
+    const uint64_t ones = 0x0101010101010101;
+    const __m128i copies = _mm_set_epi64x((bits >> (i + 8) & 255) * ones, (bits >> i & 255) * ones);
+    const __m128i mask = _mm_cmpeq_epi8(_mm_and_si128(copies, pick), pick);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + i), _mm_and_si128(mask, _mm_set1_epi8(char(value))));
+  }
+#endif
+}
+
 // ---- Thinning
 
 // Pixels that are looked at together: one bit each.
 constexpr int32_t blockSize = 64;
+
+inline bool anyCandidate(const void* block, int32_t bytes) {
+  const uint8_t* p = static_cast<const uint8_t*>(block);
+  Lanes32 any = {};
+  for (int32_t i = 0; i < bytes; i += vectorBytes) any |= load<Lanes32>(p + i);
+  return bitsOf(any != 0) != 0;
+}
 
 struct Survivors {
   uint64_t all;

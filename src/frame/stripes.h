@@ -46,8 +46,8 @@ static inline void runStripes(int32_t height, int32_t threads, Body body) {
 }
 
 // The float rule, which spreads the remainder evenly: thread t works from row t * height / teamSize + 0.5 up to the
-// next thread's first row, in float and truncated. The last thread ends at the last row, which float misses from 2^22
-// rows on.
+// next thread's first row, in float and truncated. The last thread ends at the last row, which float
+// misses in images of millions of rows.
 template <class Body>
 static inline void runFloatStripes(int32_t height, int32_t threads, Body body) {
   if (threads == serial) {

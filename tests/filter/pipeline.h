@@ -2,7 +2,9 @@
 // pixels at which arithmetic goes wrong; rows anywhere in memory; and scratch of exactly the reported size.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <stdint.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <array>
@@ -16,6 +18,8 @@
 #include "qorcvmx.h"
 #include "support/memory.h"
 #include "support/random.h"
+#include "support/services.h"
+#include "support/statuses.h"
 
 namespace pipeline {
 
@@ -46,14 +50,10 @@ enum class Gate {
 
 inline bool gateOpen(Gate gate, int32_t kernelSize, int32_t cores) {
   switch (gate) {
-    case Gate::open:
-      return true;
-    case Gate::overThree:
-      return kernelSize > 3;
-    case Gate::separable:
-      return (kernelSize != 3 && kernelSize != 5) || cores > 1;
-    default:
-      return false;
+    case Gate::open: return true;
+    case Gate::overThree: return kernelSize > 3;
+    case Gate::separable: return (kernelSize != 3 && kernelSize != 5) || cores > 1;
+    default: return false;
   }
 }
 
@@ -143,8 +143,8 @@ inline std::vector<EndingCase> endingCases() {
 }
 
 inline const std::vector<int32_t>& divisors() {
-  static const std::vector<int32_t> list = {1,  -1, 2,   3,     7,     9,         16,       -5,
-                                            16, 41, 255, 16384, 65536, INT32_MAX, INT32_MIN};
+  static const std::vector<int32_t> list = {1,  -1,  2,     3,     7,     9,         16,       -5,
+                                            41, 255, 16384, 16385, 65536, INT32_MAX, INT32_MIN};
   return list;
 }
 
@@ -196,6 +196,30 @@ auto quickNumbers(uint32_t seed) {
       return T(value);
     }
   };
+}
+
+// Thread settings for parallel runs, each with a region that reaches the gate.
+struct ParallelSetting {
+  int32_t maxThreads, teamSize, cores;
+  QoriSize size;
+};
+inline std::vector<ParallelSetting> parallelSettings() {
+  return {
+      {1, 1, 1, {256, 128}},  {2, 2, 2, {512, 128}},  {2, 2, 1, {512, 128}}, {2, 40, 1, {257, 257}},
+      {3, 3, 2, {300, 329}},  {3, 2, 1, {512, 192}},  {3, 1, 1, {98304, 1}}, {3, 3, 1, {98304, 1}},
+      {4, 40, 2, {43691, 3}}, {2, 2, 1, {1, 65536}},  {2, 2, 2, {3, 21846}}, {1, 40, 1, {32768, 1}},
+      {2, 0, 1, {512, 128}},  {2, -1, 2, {512, 128}},
+  };
+}
+inline std::string text(const ParallelSetting& setting) {
+  return std::to_string(setting.maxThreads) + " threads, team " + std::to_string(setting.teamSize) + ", cores " +
+         std::to_string(setting.cores);
+}
+
+// Regions right at the gate of `threads` threads: wide, square and tall.
+inline std::vector<QoriSize> sizesAtGate(int32_t threads) {
+  if (threads > 8) return {{512, 64 * threads}};
+  return {{32768, threads}, {256, 128 * threads}, {32, 1024 * threads}};
 }
 
 // A constant array whose last element lies directly at an unmapped page.
@@ -288,6 +312,7 @@ class Rows {
     }
   }
 
+  bool sameBytes(int32_t r, const Rows& other) const { return memcmp(starts_[r], other.starts_[r], rowSize_) == 0; }
   bool untouched(int32_t r) const {
     for (size_t i = 0; i < rowSize_; ++i) {
       if (starts_[r][i] != 0) return false;
@@ -316,8 +341,12 @@ class Rows {
 
  private:
   void scatter(int32_t count, Random& random) {
-    std::vector<int32_t> order;
-    for (int32_t r = 0; r < count; ++r) order.insert(order.begin() + random.number(0, r), r);
+    std::vector<int32_t> order(count);
+    for (int32_t r = 0; r < count; ++r) {
+      const auto other = size_t(random.number(0, r));
+      order[r] = order[other];
+      order[other] = r;
+    }
     std::vector<size_t> offsets;
     size_t end = 0;
     for (int32_t r = 0; r < count; ++r) {
@@ -346,6 +375,52 @@ class Rows {
 inline int32_t modelBufferSize(int32_t threads, int32_t height, int32_t kernelSize, int32_t perTap, int32_t perThread) {
   const uint32_t n = uint32_t(threads), h = uint32_t(height), k = uint32_t(kernelSize);
   return int32_t(32 * n + 8 * n * (h + k) + n * (uint32_t(perTap) * k + uint32_t(perThread)));
+}
+
+// Expects expected(threads, height, kernelSize) for all kinds of sizes, whatever the width, the team and the cores.
+template <class Form, class Expected>
+void expectBufferSizes(Expected expected) {
+  for (const int32_t threads : {1, 2, 3, 4, 5, 6, 7, 8, 16, 40}) {
+    for (const int32_t others : {1, 3, 50}) {
+      services::maxThreads = threads;
+      services::teamSize = services::cores = others;
+      for (const int32_t kernelSize : {1, 2, 3, 5, 64, 1000, 100000000, INT32_MAX}) {
+        for (const int32_t height : {1, 2, 480, 100000000, INT32_MAX}) {
+          for (const int32_t width : {1, 640, INT32_MAX}) {
+            int32_t size = -1;
+            ASSERT_EQ(Form::bufferSize({width, height}, kernelSize, &size), qorStatusOk);
+            ASSERT_EQ(size, expected(threads, height, kernelSize));
+          }
+        }
+      }
+    }
+  }
+}
+
+template <class Form>
+void expectBufferSizeStatuses() {
+  struct Args {
+    QoriSize roiSize;
+    int32_t kernelSize;
+    int32_t* bufferSize;
+  };
+  const std::vector<Fault<Args>> faults = {
+      {"bufferSize", qorStatusNullPtr, [](Args& a) { a.bufferSize = nullptr; }},
+      {"width", qorStatusBadSize, [](Args& a) { a.roiSize.width = 0; }},
+      {"width", qorStatusBadSize, [](Args& a) { a.roiSize.width = INT32_MIN; }},
+      {"height", qorStatusBadSize, [](Args& a) { a.roiSize.height = 0; }},
+      {"height", qorStatusBadSize, [](Args& a) { a.roiSize.height = -1; }},
+      {"kernelSize", qorStatusBadSize, [](Args& a) { a.kernelSize = 0; }},
+      {"kernelSize", qorStatusBadSize, [](Args& a) { a.kernelSize = -3; }},
+  };
+  int32_t size = -1;
+  expectStatuses<Args>(
+      {{8, 3}, 5, &size}, faults, [](const Args& a) { return Form::bufferSize(a.roiSize, a.kernelSize, a.bufferSize); },
+      [&] {
+        std::vector<uint8_t> bytes(sizeof size);
+        memcpy(bytes.data(), &size, sizeof size);
+        return bytes;
+      });
 }
 
 // Names of typed tests: those of the forms.

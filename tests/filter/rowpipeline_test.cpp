@@ -15,23 +15,23 @@ using namespace pipeline;
 
 // The eight forms: types, how their sums are formed and end, what a thread's scratch takes for each tap and beside, and
 // when they go parallel.
-#define ROW_FORM(form, source, result, tap, channelCount, sums, ends, tapBytes, fixedBytes, when)         \
-  struct Row_##form {                                                                                     \
-    using Source = source;                                                                                \
-    using Result = result;                                                                                \
-    using Tap = tap;                                                                                      \
-    static constexpr const char* name = #form;                                                            \
-    static constexpr int32_t channels = channelCount;                                                     \
-    static constexpr int32_t perTap = tapBytes, perThread = fixedBytes;                                   \
-    static constexpr Gate gate = when;                                                                    \
-    static Arithmetic arithmetic([[maybe_unused]] int32_t taps) { return {sums, ends}; }                  \
-    template <class... Args>                                                                              \
-    static QorStatus stage(Args... args) {                                                                \
-      return qoriFilterRowBorderPipeline_##form(args...);                                                 \
-    }                                                                                                     \
-    static QorStatus bufferSize(QoriSize size, int32_t taps, int32_t* bytes) {                            \
-      return qoriFilterRowBorderPipelineGetBufferSize_##form(size, taps, bytes);                          \
-    }                                                                                                     \
+#define ROW_FORM(form, source, result, tap, channelCount, sums, ends, tapBytes, fixedBytes, when) \
+  struct Row_##form {                                                                             \
+    using Source = source;                                                                        \
+    using Result = result;                                                                        \
+    using Tap = tap;                                                                              \
+    static constexpr const char* name = #form;                                                    \
+    static constexpr int32_t channels = channelCount;                                             \
+    static constexpr int32_t perTap = tapBytes, perThread = fixedBytes;                           \
+    static constexpr Gate gate = when;                                                            \
+    static Arithmetic arithmetic([[maybe_unused]] int32_t taps) { return {sums, ends}; }          \
+    template <class... Args>                                                                      \
+    static QorStatus stage(Args... args) {                                                        \
+      return qoriFilterRowBorderPipeline_##form(args...);                                         \
+    }                                                                                             \
+    static QorStatus bufferSize(QoriSize size, int32_t taps, int32_t* bytes) {                    \
+      return qoriFilterRowBorderPipelineGetBufferSize_##form(size, taps, bytes);                  \
+    }                                                                                             \
   }
 ROW_FORM(32f_C1R, float, float, float, 1, Sum::real, Ending::none, 128, 64, Gate::separable);
 ROW_FORM(32f_C3R, float, float, float, 3, Sum::real, Ending::none, 192, 32, Gate::open);
@@ -279,18 +279,10 @@ TYPED_TEST(RowPipeline, EndsAsComputedByHand) {
       ASSERT_EQ(run(work, src, rows), qorStatusOk);
       double expected = 0;
       switch (TypeParam::arithmetic(kernelSize).ending) {
-        case Ending::none:
-          expected = double(ending.pixel) * ending.tap;
-          break;
-        case Ending::clamp:
-          expected = ending.clamped16;
-          break;
-        case Ending::lowReal:
-          expected = ending.lowReal;
-          break;
-        case Ending::lowQ14:
-          expected = ending.lowQ14;
-          break;
+        case Ending::none: expected = double(ending.pixel) * ending.tap; break;
+        case Ending::clamp: expected = ending.clamped16; break;
+        case Ending::lowReal: expected = ending.lowReal; break;
+        case Ending::lowQ14: expected = ending.lowQ14; break;
       }
       for (int32_t i = 0; i < rows.length(); ++i) {
         ASSERT_EQ(double(rows.get(0, i)), expected) << ending.pixel << " * " << ending.tap << ", " << text(work);
@@ -494,67 +486,37 @@ static void expectModel(const RowWork<Form>& work, QoriSize size, Random& random
 
 TYPED_TEST(RowPipeline, ParallelGivesTheModel) {
   Random random(55);
-  struct Setting {
-    int32_t maxThreads, teamSize, cores;
-    QoriSize size;
-  };
-  const std::vector<Setting> settings = {
-      {1, 1, 1, {256, 128}},  {2, 2, 2, {512, 128}},   {2, 2, 1, {512, 128}},  {2, 40, 1, {257, 257}},
-      {3, 3, 2, {300, 329}},  {3, 2, 1, {512, 192}},   {3, 1, 1, {98304, 1}},  {3, 3, 1, {98304, 1}},
-      {4, 40, 2, {43691, 3}}, {2, 2, 1, {1, 65536}},   {2, 2, 2, {3, 21846}},  {1, 40, 1, {32768, 1}},
-      {2, 0, 1, {512, 128}},  {2, -1, 2, {512, 128}},
-  };
-  for (const Setting& setting : settings) {
-    for (const int32_t kernelSize : {1, 3, 4, 5}) {
-      services::maxThreads = setting.maxThreads;
-      services::teamSize = setting.teamSize;
-      services::cores = setting.cores;
+  int32_t kernelSize = 0;
+  for (const ParallelSetting& setting : parallelSettings()) {
+    services::maxThreads = setting.maxThreads;
+    services::teamSize = setting.teamSize;
+    services::cores = setting.cores;
+    for (int32_t i = 0; i < 2; ++i) {
+      kernelSize = kernelSize % 5 + 1;
       expectModel(anyWork<TypeParam>(random, kernelSize), setting.size, random, uint32_t(kernelSize));
-      if (this->HasFatalFailure()) {
-        FAIL() << setting.maxThreads << " threads, team " << setting.teamSize << ", cores " << setting.cores;
-      }
+      if (this->HasFatalFailure()) FAIL() << text(setting);
     }
   }
 }
-
-// All rows of a region and what the serial stage makes of them: no team reaches 60 * 32768 pixels.
-template <class Form>
-class SerialResult {
- public:
-  SerialResult(QoriSize size, const RowWork<Form>& work, Random& random)
-      : work_(work), src_(size.width, size.height, Form::channels), place_(&random) {
-    src_.fill(quickNumbers<typename Form::Source>(7));
-    services::threads(60);
-    EXPECT_EQ(run(work_, src_, rows_()), qorStatusOk);
-  }
-
- private:
-  const RowWork<Form>& work_;
-  Image<typename Form::Source> src_;
-  Random* place_;
-};
 
 TYPED_TEST(RowPipeline, ExactScratchForAnyNumberOfThreads) {
   using Result = typename TypeParam::Result;
   Random random(56);
   for (const int32_t threads : {1, 2, 3, 4, 5, 6, 7, 8, 40}) {
-    for (const int32_t kernelSize : {1, 4, 5, 9}) {
-      // Wide, square and tall regions right at the gate.
-      const QoriSize size = kernelSize == 1   ? QoriSize{32768, threads}
-                            : kernelSize == 4 ? QoriSize{2048, 16 * threads}
-                            : kernelSize == 5 ? QoriSize{256, 128 * threads}
-                                              : QoriSize{32, 1024 * threads};
-      const RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
+    for (const QoriSize size : sizesAtGate(threads)) {
+      const int32_t kernelSize = size.width == 32768 ? 4 : size.width == 32 ? 9 : 5;
+      RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
+      for (auto& tap : work.kernel) tap = number<typename TypeParam::Tap>(random, Kind::any);
       Image<typename TypeParam::Source> src(size.width, size.height, TypeParam::channels);
       src.fill(quickNumbers<typename TypeParam::Source>(uint32_t(threads)));
       Rows<Result> serial(size.width * TypeParam::channels, size.height, Place::scattered, random);
       // So many threads that the region is a small one.
       services::threads(60);
       ASSERT_EQ(run(work, src, serial), qorStatusOk);
-      for (const int32_t team : {threads, 1, threads + 1, 41}) {
+      for (const int32_t team : {threads, 1, threads + 1, INT32_MAX}) {
         services::maxThreads = threads;
         services::teamSize = team;
-        services::cores = team % 2 + 1;
+        services::cores = 2;
         Rows<Result> rows(size.width * TypeParam::channels, size.height, Place::scattered, random);
         const Scratch scratch =
             scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
@@ -562,10 +524,8 @@ TYPED_TEST(RowPipeline, ExactScratchForAnyNumberOfThreads) {
         ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
         ASSERT_TRUE(rows.gapsIntact());
         for (int32_t r = 0; r < size.height; ++r) {
-          for (int32_t i = 0; i < rows.length(); ++i) {
-            ASSERT_TRUE(sameValue(rows.get(r, i), serial.get(r, i)))
-                << threads << " threads, team " << team << ", row " << r << ", element " << i << ", " << text(work);
-          }
+          ASSERT_TRUE(rows.sameBytes(r, serial))
+              << threads << " threads, team " << team << ", row " << r << ", " << text(work);
         }
       }
     }
@@ -775,8 +735,9 @@ TYPED_TEST(RowPipeline, Statuses) {
   if (std::is_integral_v<Source>) {
     faults.push_back({"divisor", qorStatusBadArg, [](Args& a) { a.divisor = 0; }});
   }
-  const Args good = {src.data(),          src.step(),       pointers.data(), src.size(),         kernel.data(), 5, 2,
-                     QoriBorderType(qorBorderConst), borderValue.data(), 1, scratch.data()};
+  const Args good = {
+      src.data(),         src.step(), pointers.data(), src.size(), kernel.data(), 5, 2, QoriBorderType(qorBorderConst),
+      borderValue.data(), 1,          scratch.data()};
   expectStatuses<Args>(good, faults, call<TypeParam>, [&] { return rows.bytes(); });
 
   // Every mode and anchor passes, and steps of just the row.
@@ -817,30 +778,12 @@ TYPED_TEST(RowPipeline, RowLengthWrapsInTheStepCheck) {
 // Scratch sizes
 
 TYPED_TEST(RowPipeline, BufferSizes) {
-  for (const int32_t threads : {1, 2, 3, 4, 5, 6, 7, 8, 16, 40}) {
-    services::maxThreads = threads;
-    for (const int32_t kernelSize : {1, 2, 3, 5, 64, 1000, 100000000, INT32_MAX}) {
-      for (const int32_t height : {1, 2, 480, 100000000, INT32_MAX}) {
-        for (const int32_t width : {1, 640, INT32_MAX}) {
-          int32_t size = -1;
-          ASSERT_EQ(TypeParam::bufferSize({width, height}, kernelSize, &size), qorStatusOk);
-          ASSERT_EQ(size, modelBufferSize(threads, height, kernelSize, TypeParam::perTap, TypeParam::perThread));
-        }
-      }
-    }
-  }
+  expectBufferSizes<TypeParam>([](int32_t threads, int32_t height, int32_t kernelSize) {
+    return modelBufferSize(threads, height, kernelSize, TypeParam::perTap, TypeParam::perThread);
+  });
 }
 
-// Neither the team's size nor the cores matter to the size of the scratch.
-TYPED_TEST(RowPipeline, BufferSizeIsOfTheMaximumThreads) {
-  services::maxThreads = 3;
-  for (const int32_t other : {1, 2, 17}) {
-    services::teamSize = services::cores = other;
-    int32_t size = -1;
-    ASSERT_EQ(TypeParam::bufferSize({640, 480}, 5, &size), qorStatusOk);
-    EXPECT_EQ(size, modelBufferSize(3, 480, 5, TypeParam::perTap, TypeParam::perThread));
-  }
-}
+TYPED_TEST(RowPipeline, BufferSizeStatuses) { expectBufferSizeStatuses<TypeParam>(); }
 
 TEST(RowPipelineBufferSize, ComputedByHand) {
   services::reset();
@@ -863,27 +806,4 @@ TEST(RowPipelineBufferSize, ComputedByHand) {
   EXPECT_EQ(size, 7824 + 2 * 184);
   EXPECT_EQ(qoriFilterRowBorderPipelineGetBufferSize_Low_16s_C3R({640, 480}, 5, &size), qorStatusOk);
   EXPECT_EQ(size, 7824 + 2 * 1104);
-}
-
-struct SizeArgs {
-  QoriSize roiSize;
-  int32_t kernelSize;
-  int32_t* bufferSize;
-};
-
-TYPED_TEST(RowPipeline, BufferSizeStatuses) {
-  int32_t size = -1;
-  const std::vector<Fault<SizeArgs>> faults = {
-      {"bufferSize", qorStatusNullPtr, [](SizeArgs& a) { a.bufferSize = nullptr; }},
-      {"width", qorStatusBadSize, [](SizeArgs& a) { a.roiSize.width = 0; }},
-      {"width", qorStatusBadSize, [](SizeArgs& a) { a.roiSize.width = INT32_MIN; }},
-      {"height", qorStatusBadSize, [](SizeArgs& a) { a.roiSize.height = 0; }},
-      {"height", qorStatusBadSize, [](SizeArgs& a) { a.roiSize.height = -1; }},
-      {"kernelSize", qorStatusBadSize, [](SizeArgs& a) { a.kernelSize = 0; }},
-      {"kernelSize", qorStatusBadSize, [](SizeArgs& a) { a.kernelSize = -3; }},
-  };
-  expectStatuses<SizeArgs>(
-      {{8, 3}, 5, &size}, faults,
-      [](const SizeArgs& a) { return TypeParam::bufferSize(a.roiSize, a.kernelSize, a.bufferSize); },
-      [&] { return std::vector<uint8_t>(reinterpret_cast<uint8_t*>(&size), reinterpret_cast<uint8_t*>(&size + 1)); });
 }

@@ -1,6 +1,6 @@
 // The codec reports an error by a callback that must not return: it jumps back to the setjmp below. Between the two
 // there is only the codec's own code and functions without anything to destroy.
-#include "jpeg.h"
+#include "jpeg_decoder.h"
 
 #include <csetjmp>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // A JPEG file in memory, decoded to 8-bit grey or RGB. Errors come back as false and a reason; nothing exits or prints.
-#ifndef QOR_TOUR_JPEG_H
-#define QOR_TOUR_JPEG_H
+#ifndef QOR_TOUR_JPEG_DECODER_H
+#define QOR_TOUR_JPEG_DECODER_H
 
 #include <cstddef>
 #include <cstdint>
