@@ -52,9 +52,9 @@ void visitEdges(const Picture& picture, Wall& wall) {
   Image8u result(roiSize.width, roiSize.height);
   uint8_t* dst = strict.data();
   const int32_t dstStep = strict.step();
-  hang(wall, {"canny-strict", "Canny, 150 and 400", "High thresholds: the outlines of the main shapes."},
+  hang(wall, {"canny-strict", "Canny, 120 and 320", "High thresholds: the outlines of the main shapes."},
        {TOUR_STEP_WITH_BUFFER(qoriCannyGetSize(roiSize, &bufferSize),
-                              qoriCanny_16s8u_C1R(dx, dxStep, dy, dyStep, dst, dstStep, roiSize, 150, 400, buffer))},
+                              qoriCanny_16s8u_C1R(dx, dxStep, dy, dyStep, dst, dstStep, roiSize, 120, 320, buffer))},
        strict, asItIs);
   dst = eager.data();
   hang(wall, {"canny-eager", "Canny, 60 and 160", "Low thresholds: texture and weak edges come in."},

@@ -1,6 +1,8 @@
 // Statuses in words.
 #include "failure.h"
 
+#include <algorithm>
+
 namespace tour {
 
 static const char* meaning(QorStatus status) {
@@ -17,9 +19,14 @@ static const char* meaning(QorStatus status) {
   }
 }
 
-void require(const std::string& call, QorStatus status) {
+std::string nameIn(const std::string& code) {
+  const size_t begin = std::min(code.find("qor"), code.size());
+  return code.substr(begin, code.find('(', begin) - begin);
+}
+
+void require(const std::string& code, QorStatus status) {
   if (status == qorStatusOk) return;
-  throw Failure(call.substr(0, call.find('(')) + " returned " + std::to_string(status) + ": " + meaning(status));
+  throw Failure(nameIn(code) + " returned " + std::to_string(status) + ": " + meaning(status));
 }
 
 }  // namespace tour

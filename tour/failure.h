@@ -13,8 +13,11 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The name of the first library function in a piece of code.
+std::string nameIn(const std::string& code);
+
 // Throws a Failure that names the call and the status, unless the status is qorStatusOk.
-void require(const std::string& call, QorStatus status);
+void require(const std::string& code, QorStatus status);
 
 }  // namespace tour
 

@@ -27,17 +27,18 @@ static void runAll(const std::vector<Step>& steps, Buffers& buffers) {
   for (size_t i = 0; i < steps.size(); ++i) require(steps[i].code, steps[i].call(buffers[i].data()));
 }
 
+// In microseconds.
 static double best(const std::vector<Step>& steps) {
-  constexpr int leastRuns = 5;
+  constexpr int leastRuns = 3;
   constexpr int mostRuns = 200;
-  constexpr Microseconds longEnough(20000);
+  constexpr Microseconds enough(20000);
   Buffers buffers = makeBuffers(steps);
   runAll(steps, buffers);  // pages touched, threads started
   double shortest = std::numeric_limits<double>::max();
   const Clock::time_point begin = Clock::now();
   for (int i = 0; i < mostRuns; ++i) {
     const Clock::time_point start = Clock::now();
-    if (i >= leastRuns && start - begin >= longEnough) break;
+    if (i >= leastRuns && start - begin >= enough) break;
     runAll(steps, buffers);
     shortest = std::min(shortest, Microseconds(Clock::now() - start).count());
   }
@@ -87,8 +88,7 @@ Times measure(const std::vector<Step>& steps, const void* result, size_t size) {
   require("qorSetNumThreads", qorSetNumThreads(0));
   times.allThreads = best(steps);
   if (std::memcmp(serial.data(), bytes, size) != 0) {
-    throw Failure(steps.back().code.substr(0, steps.back().code.find('(')) +
-                  ": the result with all threads differs from that with one");
+    throw Failure(nameIn(steps.back().code) + ": the result with all threads differs from that with one");
   }
   return times;
 }

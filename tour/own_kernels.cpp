@@ -1,4 +1,6 @@
 // The separable pipelines with kernels that the library has no filter for, on grey and on colour.
+#include <cstddef>
+
 #include "station.h"
 
 namespace tour {
@@ -148,7 +150,7 @@ void visitColour(const Picture& picture, Wall& wall) {
   hang(wall, {"colour-motion-31", "A shaky hand", "31 ones along each row, for red, green and blue alike."},
        {TOUR_STEP_WITH_BUFFER(qoriFilterRowBorderPipelineGetBufferSize_8u16s_C3R(roiSize, 31, &bufferSize),
                               qoriFilterRowBorderPipeline_8u16s_C3R(src, srcStep, dstRows, roiSize, ones, 31, 15,
-                                                                    qorBorderReplicate, nullptr, 1, buffer)),
+                                                                    qorBorderReplicate, NULL, 1, buffer)),
         TOUR_STEP_WITH_BUFFER(qoriFilterColumnPipelineGetBufferSize_16s8u_C3R(roiSize, 1, &bufferSize),
                               qoriFilterColumnPipeline_16s8u_C3R(srcRows, dst, dstStep, roiSize, one, 1, 31, buffer))},
        result, asItIs);
@@ -158,7 +160,7 @@ void visitColour(const Picture& picture, Wall& wall) {
   hang(wall, {"colour-sharpen-5", "Sharpened", "Taps −1, −1, 8, −1, −1 both ways; fine detail stands out."},
        {TOUR_STEP_WITH_BUFFER(qoriFilterRowBorderPipelineGetBufferSize_8u16s_C3R(roiSize, 5, &bufferSize),
                               qoriFilterRowBorderPipeline_8u16s_C3R(src, srcStep, dstRows, roiSize, sharpen, 5, 2,
-                                                                    qorBorderReplicate, nullptr, 1, buffer)),
+                                                                    qorBorderReplicate, NULL, 1, buffer)),
         TOUR_STEP_WITH_BUFFER(
             qoriFilterColumnPipelineGetBufferSize_16s8u_C3R(roiSize, 5, &bufferSize),
             qoriFilterColumnPipeline_16s8u_C3R(srcRows, dst, dstStep, roiSize, sharpen, 5, 16, buffer))},
@@ -169,7 +171,7 @@ void visitColour(const Picture& picture, Wall& wall) {
   hang(wall, {"colour-binomial-11", "Binomial blur, 11×11", "Eleven binomial taps both ways."},
        {TOUR_STEP_WITH_BUFFER(qoriFilterRowBorderPipelineGetBufferSize_8u16s_C3R(roiSize, 11, &bufferSize),
                               qoriFilterRowBorderPipeline_8u16s_C3R(src, srcStep, dstRows, roiSize, binomial, 11, 5,
-                                                                    qorBorderReplicate, nullptr, 16, buffer)),
+                                                                    qorBorderReplicate, NULL, 16, buffer)),
         TOUR_STEP_WITH_BUFFER(
             qoriFilterColumnPipelineGetBufferSize_16s8u_C3R(roiSize, 11, &bufferSize),
             qoriFilterColumnPipeline_16s8u_C3R(srcRows, dst, dstStep, roiSize, binomial, 11, 65536, buffer))},

@@ -3,6 +3,17 @@
 
 namespace tour {
 
+// The step, and then the spare rows of the image that it wrote, since another filter reads it next.
+static Step extending(const Step& step, Image8u& image) {
+  Step result = step;
+  result.call = [=, &image](uint8_t* buffer) -> QorStatus {
+    const QorStatus status = step.call(buffer);
+    image.extendEdges();
+    return status;
+  };
+  return result;
+}
+
 void visitSmoothing(const Picture& picture, Wall& wall) {
   const uint8_t* src = picture.gray.data();
   const int32_t srcStep = picture.gray.step();
@@ -54,7 +65,7 @@ void visitSmoothing(const Picture& picture, Wall& wall) {
   hang(wall,
        {"lowpass-5x5-nine", "Lowpass, 5×5, nine times",
         "Means of means come close to a Gaussian bell: a soft picture without the square look of one large mean."},
-       {first, repeat(4, {there, back})}, image1, asItIs);
+       {extending(first, image1), repeat(4, {extending(there, image2), extending(back, image1)})}, image1, asItIs);
 
   hang(wall,
        {"difference-mid-grey", "Distance from mid-grey",

@@ -8,7 +8,7 @@
 QORAPI(QorStatus, qoriCannyGetSize, (QoriSize roiSize, int32_t* bufferSize));
 
 /**
- * Canny edge detector on two derivative images (for instance of qoriFilterSobelVertBorder_* and
+ * Canny edge detector on two derivative images (for instance of qoriFilterSobelNegVertBorder_* and
  * qoriFilterSobelHorizBorder_*): gradient magnitude |dx| + |dy|, non-maximum suppression along four directions,
  * hysteresis with two thresholds. `dst` gets 255 on edge pixels and 0 elsewhere.
  *

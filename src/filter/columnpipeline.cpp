@@ -37,8 +37,8 @@ static void filterColumns(const ColumnArguments<Src, Dst, Tap>& a, bool mayThrea
   const bool parallel = mayThread && pixels(a.roiSize) >= mostThreads * 32768 && runsepomp(a.kernelSize);
   runStripes(a.roiSize.height, parallel ? ownGetNumThreads() : serial, [&](int32_t row, int32_t rows) {
     for (int32_t y = row; y < row + rows; ++y) {
-      filterElements<Sum>([&a, y](int32_t tap) { return a.srcRows[ptrdiff_t(y) + tap]; }, a.kernel, a.kernelSize,
-                          ending, rowAt(a.dst, a.dstStep, y), a.roiSize.width * channels);
+      filterElements<Sum>(ColumnTaps<Src>{a.srcRows + y}, a.kernel, a.kernelSize, ending, rowAt(a.dst, a.dstStep, y),
+                          a.roiSize.width * channels);
     }
   });
 }

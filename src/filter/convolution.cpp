@@ -44,8 +44,8 @@ using RowStage = void (*)(const Src* src, ptrdiff_t srcStep, Mid* const* dstRows
                           const RowEdges<Src>& edges, ptrdiff_t plane);
 
 template <class Wide, class Kernel, class Src, class Mid>
-static inline void filterWindows(const Src* __restrict src, Mid* __restrict dst, int32_t count) {
-  for (int32_t x = 0; x < count; ++x) dst[x] = Mid(Kernel::template at<Wide>(src + x));
+static inline void filterWindows(const Src* src, Mid* dst, int32_t count) {
+  forElements(count, [=](ptrdiff_t x) { dst[x] = Mid(Kernel::template at<Wide>(src + x)); });
 }
 
 template <class Wide, class Kernel, class Src, class Mid>
@@ -56,7 +56,7 @@ static void filterRows(const Src* src, ptrdiff_t srcStep, Mid* const* dstRows, i
   for (int32_t y = 0; y < rows; ++y) {
     const Src* row = rowAt(src, srcStep, y);
     Mid* dst = dstRows[y];
-    Src piece[2 * half + taps];
+    Src piece[2 * half + taps] = {};
     if (width < taps) {
       for (int32_t i = 0; i < half; ++i) piece[i] = edges.pixel(row, edges.before[i]);
       for (int32_t x = 0; x < width; ++x) piece[half + x] = row[x];
@@ -72,7 +72,7 @@ static void filterRows(const Src* src, ptrdiff_t srcStep, Mid* const* dstRows, i
       for (int32_t x = 0; x < half; ++x) dst[width - half + x] = Mid(Kernel::template at<Wide>(piece + x));
     }
     if (plane) {
-      for (int32_t x = 0; x < width; ++x) dst[plane + x] = Mid(8 * Wide(row[x]));
+      forElements(width, [=](ptrdiff_t x) { dst[plane + x] = Mid(8 * Wide(row[x])); });
     }
   }
 }
@@ -91,8 +91,8 @@ static inline void filterColumns(const Mid* const* srcRows, Dst* dst, ptrdiff_t 
     const Mid* t[taps];
     for (int32_t i = 0; i < taps; ++i) t[i] = srcRows[y + i];
     t[taps / 2] += middlePlane;
-    Dst* __restrict row = rowAt(dst, dstStep, y);
-    for (int32_t x = 0; x < width; ++x) row[x] = ending(Kernel::template at<Wide>(t, x));
+    Dst* row = rowAt(dst, dstStep, y);
+    forElements(width, [&](ptrdiff_t x) { row[x] = ending(Kernel::template at<Wide>(t, x)); });
   }
 }
 

@@ -108,7 +108,7 @@ struct RowOfLaplacian3 {
 struct ColumnOfScharr3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return 3 * (Wide(t[0][x]) + Wide(t[2][x])) + 10 * Wide(t[1][x]);
   }
 };
@@ -116,7 +116,7 @@ struct ColumnOfScharr3 {
 struct ColumnOfDx3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[2][x]) - Wide(t[0][x]);
   }
 };
@@ -124,7 +124,7 @@ struct ColumnOfDx3 {
 struct ColumnOfDx5 {
   static constexpr int32_t taps = 5;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[4][x]) - Wide(t[0][x]) + 2 * (Wide(t[3][x]) - Wide(t[1][x]));
   }
 };
@@ -132,7 +132,7 @@ struct ColumnOfDx5 {
 struct ColumnOfDx2_3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[0][x]) - 2 * Wide(t[1][x]) + Wide(t[2][x]);
   }
 };
@@ -140,7 +140,7 @@ struct ColumnOfDx2_3 {
 struct ColumnOfDx2_5 {
   static constexpr int32_t taps = 5;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[0][x]) - 2 * Wide(t[2][x]) + Wide(t[4][x]);
   }
 };
@@ -148,7 +148,7 @@ struct ColumnOfDx2_5 {
 struct ColumnOfSobel3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[0][x]) + 2 * Wide(t[1][x]) + Wide(t[2][x]);
   }
 };
@@ -156,7 +156,7 @@ struct ColumnOfSobel3 {
 struct ColumnOfSobel5 {
   static constexpr int32_t taps = 5;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[0][x]) + 4 * (Wide(t[1][x]) + Wide(t[3][x])) + 6 * Wide(t[2][x]) + Wide(t[4][x]);
   }
 };
@@ -164,7 +164,7 @@ struct ColumnOfSobel5 {
 struct ColumnOfSobelNeg3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return -ColumnOfSobel3::at<Wide>(t, x);
   }
 };
@@ -172,7 +172,7 @@ struct ColumnOfSobelNeg3 {
 struct ColumnOfSobelNeg5 {
   static constexpr int32_t taps = 5;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return -ColumnOfSobel5::at<Wide>(t, x);
   }
 };
@@ -180,7 +180,7 @@ struct ColumnOfSobelNeg5 {
 struct ColumnOfSum3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[0][x]) + Wide(t[1][x]) + Wide(t[2][x]);
   }
 };
@@ -188,7 +188,7 @@ struct ColumnOfSum3 {
 struct ColumnOfSum5 {
   static constexpr int32_t taps = 5;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return Wide(t[0][x]) + Wide(t[1][x]) + Wide(t[2][x]) + Wide(t[3][x]) + Wide(t[4][x]);
   }
 };
@@ -197,7 +197,7 @@ struct ColumnOfSum5 {
 struct ColumnOfLaplacian3 {
   static constexpr int32_t taps = 3;
   template <class Wide, class T>
-  static Wide at(const T* const* t, int32_t x) {
+  static Wide at(const T* const* t, ptrdiff_t x) {
     return 2 * (Wide(t[0][x]) + Wide(t[2][x])) - Wide(t[1][x]);
   }
 };

@@ -60,8 +60,8 @@ static void filterRow(const RowArguments<Form>& a, const typename Form::Src* src
   const int32_t before = a.xAnchor, after = a.kernelSize - 1 - a.xAnchor;
 
   const auto filter = [&](const Src* window, int32_t column, int32_t columns) {
-    filterElements<Sum>([window](int32_t tap) { return window + ptrdiff_t(tap) * Form::channels; }, a.kernel,
-                        a.kernelSize, ending, dst + ptrdiff_t(column) * channels, columns * channels);
+    filterElements<Sum>(RowTaps<Src>{window, channels}, a.kernel, a.kernelSize, ending,
+                        dst + ptrdiff_t(column) * channels, columns * channels);
   };
   const auto filterExtended = [&](int32_t column, int32_t columns) {
     extendRow<Src, channels>(src, width, column - before, columns + a.kernelSize - 1, a.borderType, a.borderValue,

@@ -13,4 +13,6 @@
 #define QORLOCAL(type, name, args) type name args
 #endif
 
+#include <stddef.h>
+
 #include "qorcvmx.h"

@@ -175,7 +175,7 @@ TYPED_TEST(ColumnPipeline, EveryLength) {
 TYPED_TEST(ColumnPipeline, EveryWidth) {
   Random random(72);
   for (int32_t width = 1; width <= 150; ++width) {
-    for (const int32_t kernelSize : {1, 2, 3, 3, 4, 5, 5, 6, 9}) {
+    for (const int32_t kernelSize : {3, 5, int32_t(random.number(1, 15))}) {
       ASSERT_EQ(anyImageDifference(anyWork<TypeParam>(random, kernelSize, 1), width, 1, random), "");
     }
   }
@@ -365,52 +365,47 @@ TYPED_TEST(ColumnPipeline, ParallelGivesTheModel) {
     services::maxThreads = setting.maxThreads;
     services::teamSize = setting.teamSize;
     services::cores = setting.cores;
-    for (int32_t i = 0; i < 2; ++i) {
-      kernelSize = kernelSize % 5 + 1;
-      expectModel(anyWork<TypeParam>(random, kernelSize, setting.size.height), setting.size, random,
-                  uint32_t(kernelSize));
-      if (this->HasFatalFailure()) FAIL() << text(setting);
-    }
+    kernelSize = kernelSize % 5 + 1;
+    expectModel(anyWork<TypeParam>(random, kernelSize, setting.size.height), setting.size, random,
+                uint32_t(kernelSize));
+    if (this->HasFatalFailure()) FAIL() << text(setting);
   }
 }
 
 TYPED_TEST(ColumnPipeline, ExactScratchForAnyNumberOfThreads) {
   using Result = typename TypeParam::Result;
   Random random(82);
-  for (const int32_t threads : {1, 2, 3, 4, 5, 6, 7, 8, 40}) {
-    for (const QoriSize size : sizesAtGate(threads)) {
-      const int32_t kernelSize = size.width == 32768 ? 4 : size.width == 32 ? 9 : 5;
-      ColumnWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize, size.height);
-      for (auto& tap : work.kernel) tap = number<typename TypeParam::Tap>(random, Kind::any);
-      Rows<typename TypeParam::Source> rows(size.width * TypeParam::channels, size.height + kernelSize - 1,
-                                            Place::scattered, random);
-      rows.fill(quickNumbers<typename TypeParam::Source>(uint32_t(threads)));
-      // So many threads that the region is a small one.
-      services::threads(60);
-      const Image<Result> serial(size.width, size.height, TypeParam::channels);
-      ASSERT_EQ(run(work, rows, serial), qorStatusOk);
-      const std::vector<uint8_t> expected = serial.bytes();
-      for (const int32_t team : {threads, 1, threads + 1, INT32_MAX}) {
-        services::maxThreads = threads;
-        services::teamSize = team;
-        services::cores = 2;
-        const Image<Result> dst(size.width, size.height, TypeParam::channels);
-        const Scratch scratch =
-            scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
-        ASSERT_EQ(run(work, pointersOf(work, rows), dst, scratch), qorStatusOk);
-        ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
-        ASSERT_TRUE(dst.bytes() == expected) << threads << " threads, team " << team << ", " << text(work);
-      }
+  for (const auto& [threads, size, kernelSize] : worksAtGate()) {
+    ColumnWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize, size.height);
+    for (auto& tap : work.kernel) tap = number<typename TypeParam::Tap>(random, Kind::any);
+    Rows<typename TypeParam::Source> rows(size.width * TypeParam::channels, size.height + kernelSize - 1,
+                                          Place::scattered, random);
+    rows.fill(quickNumbers<typename TypeParam::Source>(uint32_t(threads)));
+    // So many threads that the region is a small one.
+    services::threads(60);
+    const Image<Result> serial(size.width, size.height, TypeParam::channels);
+    ASSERT_EQ(run(work, rows, serial), qorStatusOk);
+    const std::vector<uint8_t> expected = serial.bytes();
+    for (const int32_t team : {threads, 100}) {
+      services::maxThreads = threads;
+      services::teamSize = team;
+      services::cores = 2;
+      const Image<Result> dst(size.width, size.height, TypeParam::channels);
+      const Scratch scratch =
+          scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
+      ASSERT_EQ(run(work, pointersOf(work, rows), dst, scratch), qorStatusOk);
+      ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
+      ASSERT_TRUE(dst.bytes() == expected) << threads << " threads, team " << team << ", " << text(work);
     }
   }
 }
 
 TYPED_TEST(ColumnPipeline, ExactScratchAtAnyAddress) {
   Random random(83);
-  for (const int32_t threads : {1, 2, 3, 5, 8, 40}) {
+  for (const int32_t threads : {1, 3, 40}) {
     services::threads(threads);
     for (size_t slack = 0; slack < 64; ++slack) {
-      for (const int32_t kernelSize : {1, 2, 3, 5, 6, 31}) {
+      for (const int32_t kernelSize : {3, 5, random.chance(0.2) ? 31 : int32_t(random.number(1, 9))}) {
         const QoriSize size = {random.width(40), int32_t(random.number(1, 4))};
         const ColumnWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize, size.height);
         Rows<typename TypeParam::Source> rows(size.width * TypeParam::channels, size.height + kernelSize - 1,
@@ -429,9 +424,9 @@ TYPED_TEST(ColumnPipeline, ExactScratchAtAnyAddress) {
 // Scratch that was sized for a higher image and a longer kernel serves a smaller work too.
 TYPED_TEST(ColumnPipeline, ScratchOfALargerWork) {
   Random random(84);
-  for (const int32_t threads : {1, 2, 3}) {
+  for (const int32_t threads : {1, 3}) {
     services::threads(threads);
-    for (const int32_t kernelSize : {1, 3, 5, 6}) {
+    for (const int32_t kernelSize : {3, 5, 6}) {
       const QoriSize size = {512, 64 * threads};
       const ColumnWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize, size.height);
       Rows<typename TypeParam::Source> rows(size.width * TypeParam::channels, size.height + kernelSize - 1,
@@ -459,7 +454,7 @@ static void runWatched(const WatchedRows& watched, QoriSize size, int32_t kernel
 }
 
 TYPED_TEST(ColumnPipeline, GoesParallelAtItsGate) {
-  for (const int32_t kernelSize : {1, 2, 3, 4, 5, 6}) {
+  for (const int32_t kernelSize : {1, 3, 4, 5}) {
     for (const int32_t cores : {1, 2}) {
       const bool open = gateOpen(TypeParam::gate, kernelSize, cores);
       // 2 * 32768 pixels, and one less.
@@ -515,7 +510,7 @@ TYPED_TEST(ColumnPipeline, NeedsNoMemoryAndKeepsTheRuntimesSettings) {
   services::failAfter(0);
   services::threads(3);
   for (const int32_t width : {30, 600}) {
-    for (const int32_t kernelSize : {1, 3, 5, 64}) {
+    for (const int32_t kernelSize : {1, 3, 5, 9}) {
       expectModel(anyWork<TypeParam>(random, kernelSize, 170), {width, 170}, random, 5);
     }
   }

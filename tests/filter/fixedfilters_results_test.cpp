@@ -382,3 +382,20 @@ TEST_F(FixedFilters, results8sAreTruncated) {
   EXPECT_EQ(result[size_t(3 * 9 + 3)], -3);  // the pixel is to the right
   EXPECT_EQ(result[size_t(3 * 9 + 5)], 3);   // the pixel is to the left
 }
+
+// A product with the reciprocal can fall short of the quotient: 82 times 1.0f / 41.0f is below 2.
+TEST_F(FixedFilters, results8sAreProductsWithTheReciprocal) {
+  const auto pixel = [](int32_t x, int32_t y) { return y == 0 && x % 3 == 1 ? x / 3 : 0; };
+  int32_t unlikeQuotients = 0;
+  for (int32_t divisor = 1; divisor < 512; ++divisor) {
+    const auto result = filtered<int8_t>("SobelVert_8u8s", {768, 1}, 33, qorBorderConst, 0, pixel, divisor);
+    const float reciprocal = 1.0f / float(divisor);
+    for (int32_t v = 0; v < 256; ++v) {
+      const int32_t sum = 2 * v, expected = std::min(int32_t(float(sum) * reciprocal), 128);
+      ASSERT_EQ(result[size_t(3 * v + 2)], std::min(expected, 127)) << sum << " / " << divisor;
+      ASSERT_EQ(result[size_t(3 * v)], -expected) << -sum << " / " << divisor;
+      unlikeQuotients += expected != std::min(sum / divisor, 128);
+    }
+  }
+  EXPECT_GT(unlikeQuotients, 0);
+}

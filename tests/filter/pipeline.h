@@ -216,25 +216,52 @@ inline std::string text(const ParallelSetting& setting) {
          std::to_string(setting.cores);
 }
 
-// Regions right at the gate of `threads` threads: wide, square and tall.
-inline std::vector<QoriSize> sizesAtGate(int32_t threads) {
-  if (threads > 8) return {{512, 64 * threads}};
-  return {{32768, threads}, {256, 128 * threads}, {32, 1024 * threads}};
+// A region right at the gate of `threads` threads, and the taps of its test: wide, square or tall.
+struct WorkAtGate {
+  int32_t threads;
+  QoriSize size;
+  int32_t kernelSize;
+};
+inline std::vector<WorkAtGate> worksAtGate() {
+  return {
+      {1, {32, 1024}, 5}, {2, {32768, 2}, 4}, {3, {256, 384}, 6},  {4, {32, 4096}, 9},   {5, {32768, 5}, 4},
+      {6, {256, 768}, 5}, {7, {32, 7168}, 9}, {8, {32768, 8}, 31}, {40, {512, 2560}, 4},
+  };
 }
 
 // A constant array whose last element lies directly at an unmapped page.
 template <class T>
 class Exact {
  public:
-  explicit Exact(const std::vector<T>& values) : memory_(values.size() * sizeof(T)), size_(values.size()) {
-    memcpy(memory_.data(), values.data(), values.size() * sizeof(T));
+  explicit Exact(const std::vector<T>& values) : memory_(values.size() * sizeof(T) > blockSize ? nullptr : take()) {
+    const size_t bytes = values.size() * sizeof(T);
+    if (!memory_) memory_ = std::make_unique<GuardedMemory>(bytes);
+    data_ = memory_->data() + memory_->size() - bytes;
+    memcpy(data_, values.data(), bytes);
   }
-  T* data() const { return reinterpret_cast<T*>(memory_.data()); }
-  size_t size() const { return size_; }
+  ~Exact() {
+    if (memory_->size() == blockSize) unused().push_back(std::move(memory_));
+  }
+  Exact(const Exact&) = delete;
+  Exact& operator=(const Exact&) = delete;
+  T* data() const { return reinterpret_cast<T*>(data_); }
 
  private:
-  GuardedMemory memory_;
-  size_t size_;
+  // Mapping pages is slow, so each thread keeps its small blocks.
+  static constexpr size_t blockSize = 4096;
+  static std::vector<std::unique_ptr<GuardedMemory>>& unused() {
+    static thread_local std::vector<std::unique_ptr<GuardedMemory>> blocks;
+    return blocks;
+  }
+  static std::unique_ptr<GuardedMemory> take() {
+    if (unused().empty()) return std::make_unique<GuardedMemory>(blockSize);
+    std::unique_ptr<GuardedMemory> block = std::move(unused().back());
+    unused().pop_back();
+    return block;
+  }
+
+  std::unique_ptr<GuardedMemory> memory_;
+  uint8_t* data_;
 };
 
 // Scratch of `size` bytes that ends `slack` bytes before an unmapped page.

@@ -196,7 +196,7 @@ TYPED_TEST(RowPipeline, EveryLengthAnchorAndBorder) {
         if (kernelSize <= 9) {
           for (int32_t width = 1; width <= kernelSize + 2; ++width) widths.push_back(width);
         } else {
-          for (int32_t i = 0; i < 3; ++i) widths.push_back(int32_t(random.number(1, kernelSize)));
+          widths.push_back(int32_t(random.number(1, kernelSize)));
         }
         widths.push_back(random.width(kernelSize <= 9 ? 130 : 70));
         for (const int32_t width : widths) {
@@ -213,7 +213,7 @@ TYPED_TEST(RowPipeline, EveryLengthAnchorAndBorder) {
 TYPED_TEST(RowPipeline, EveryWidth) {
   Random random(42);
   for (int32_t width = 1; width <= 150; ++width) {
-    for (const int32_t kernelSize : {1, 2, 3, 3, 4, 5, 5, 6, 7, 8, 9, 15}) {
+    for (const int32_t kernelSize : {3, 5, int32_t(random.number(1, 15))}) {
       ASSERT_EQ(anyImageDifference(anyWork<TypeParam>(random, kernelSize), width, 1, random), "");
     }
   }
@@ -491,42 +491,37 @@ TYPED_TEST(RowPipeline, ParallelGivesTheModel) {
     services::maxThreads = setting.maxThreads;
     services::teamSize = setting.teamSize;
     services::cores = setting.cores;
-    for (int32_t i = 0; i < 2; ++i) {
-      kernelSize = kernelSize % 5 + 1;
-      expectModel(anyWork<TypeParam>(random, kernelSize), setting.size, random, uint32_t(kernelSize));
-      if (this->HasFatalFailure()) FAIL() << text(setting);
-    }
+    kernelSize = kernelSize % 5 + 1;
+    expectModel(anyWork<TypeParam>(random, kernelSize), setting.size, random, uint32_t(kernelSize));
+    if (this->HasFatalFailure()) FAIL() << text(setting);
   }
 }
 
 TYPED_TEST(RowPipeline, ExactScratchForAnyNumberOfThreads) {
   using Result = typename TypeParam::Result;
   Random random(56);
-  for (const int32_t threads : {1, 2, 3, 4, 5, 6, 7, 8, 40}) {
-    for (const QoriSize size : sizesAtGate(threads)) {
-      const int32_t kernelSize = size.width == 32768 ? 4 : size.width == 32 ? 9 : 5;
-      RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
-      for (auto& tap : work.kernel) tap = number<typename TypeParam::Tap>(random, Kind::any);
-      Image<typename TypeParam::Source> src(size.width, size.height, TypeParam::channels);
-      src.fill(quickNumbers<typename TypeParam::Source>(uint32_t(threads)));
-      Rows<Result> serial(size.width * TypeParam::channels, size.height, Place::scattered, random);
-      // So many threads that the region is a small one.
-      services::threads(60);
-      ASSERT_EQ(run(work, src, serial), qorStatusOk);
-      for (const int32_t team : {threads, 1, threads + 1, INT32_MAX}) {
-        services::maxThreads = threads;
-        services::teamSize = team;
-        services::cores = 2;
-        Rows<Result> rows(size.width * TypeParam::channels, size.height, Place::scattered, random);
-        const Scratch scratch =
-            scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
-        ASSERT_EQ(run(work, src, rows.pointers(), scratch), qorStatusOk);
-        ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
-        ASSERT_TRUE(rows.gapsIntact());
-        for (int32_t r = 0; r < size.height; ++r) {
-          ASSERT_TRUE(rows.sameBytes(r, serial))
-              << threads << " threads, team " << team << ", row " << r << ", " << text(work);
-        }
+  for (const auto& [threads, size, kernelSize] : worksAtGate()) {
+    RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
+    for (auto& tap : work.kernel) tap = number<typename TypeParam::Tap>(random, Kind::any);
+    Image<typename TypeParam::Source> src(size.width, size.height, TypeParam::channels);
+    src.fill(quickNumbers<typename TypeParam::Source>(uint32_t(threads)));
+    Rows<Result> serial(size.width * TypeParam::channels, size.height, Place::scattered, random);
+    // So many threads that the region is a small one.
+    services::threads(60);
+    ASSERT_EQ(run(work, src, serial), qorStatusOk);
+    for (const int32_t team : {threads, 100}) {
+      services::maxThreads = threads;
+      services::teamSize = team;
+      services::cores = 2;
+      Rows<Result> rows(size.width * TypeParam::channels, size.height, Place::scattered, random);
+      const Scratch scratch =
+          scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
+      ASSERT_EQ(run(work, src, rows.pointers(), scratch), qorStatusOk);
+      ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
+      ASSERT_TRUE(rows.gapsIntact());
+      for (int32_t r = 0; r < size.height; ++r) {
+        ASSERT_TRUE(rows.sameBytes(r, serial))
+            << threads << " threads, team " << team << ", row " << r << ", " << text(work);
       }
     }
   }
@@ -534,10 +529,10 @@ TYPED_TEST(RowPipeline, ExactScratchForAnyNumberOfThreads) {
 
 TYPED_TEST(RowPipeline, ExactScratchAtAnyAddress) {
   Random random(57);
-  for (const int32_t threads : {1, 2, 3, 5, 8, 40}) {
+  for (const int32_t threads : {1, 3, 40}) {
     services::threads(threads);
     for (size_t slack = 0; slack < 64; ++slack) {
-      for (const int32_t kernelSize : {1, 2, 3, 5, 6, 31}) {
+      for (const int32_t kernelSize : {3, 5, random.chance(0.2) ? 31 : int32_t(random.number(1, 9))}) {
         const RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
         Image<typename TypeParam::Source> src(random.width(40), int32_t(random.number(1, 4)), TypeParam::channels);
         src.fill([&] { return number<typename TypeParam::Source>(random, Kind::any); });
@@ -555,9 +550,9 @@ TYPED_TEST(RowPipeline, ExactScratchAtAnyAddress) {
 // Scratch that was sized for a higher image and a longer kernel serves a smaller work too.
 TYPED_TEST(RowPipeline, ScratchOfALargerWork) {
   Random random(58);
-  for (const int32_t threads : {1, 2, 3}) {
+  for (const int32_t threads : {1, 3}) {
     services::threads(threads);
-    for (const int32_t kernelSize : {1, 3, 5, 6}) {
+    for (const int32_t kernelSize : {3, 5, 6}) {
       const RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
       Image<typename TypeParam::Source> src(512, 64 * threads, TypeParam::channels);
       src.fill(quickNumbers<typename TypeParam::Source>(uint32_t(threads)));
@@ -585,7 +580,7 @@ static void runWatched(const WatchedRows& watched, QoriSize size, int32_t kernel
 }
 
 TYPED_TEST(RowPipeline, GoesParallelAtItsGate) {
-  for (const int32_t kernelSize : {1, 2, 3, 4, 5, 6}) {
+  for (const int32_t kernelSize : {1, 3, 4, 5}) {
     for (const int32_t cores : {1, 2}) {
       const bool open = gateOpen(TypeParam::gate, kernelSize, cores);
       // 2 * 32768 pixels, and one less.
@@ -679,7 +674,7 @@ TYPED_TEST(RowPipeline, NeedsNoMemoryAndKeepsTheRuntimesSettings) {
   services::failAfter(0);
   services::threads(3);
   for (const int32_t width : {30, 600}) {
-    for (const int32_t kernelSize : {1, 3, 5, 64}) {
+    for (const int32_t kernelSize : {1, 3, 5, 9}) {
       expectModel(anyWork<TypeParam>(random, kernelSize), {width, 170}, random, 5);
     }
   }

@@ -9,6 +9,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
 
+[ -x "$tour" ] || { echo "no program $tour"; exit 1; }
+
 fail() {
   echo "FAILED: $*"
   failures=$((failures + 1))
@@ -76,7 +78,7 @@ done
 
 # Every kind of picture. The four that hold the same are seen the same, and grey pictures have no room for colour.
 expect_exit 0 --out "$work/kinds" "$data"/grey.png "$data"/grey16.png "$data"/palette.png "$data"/transparent.png \
-  "$data"/grey.jpg "$data"/colour.jpg "$data"/dot.png && check_page "$work/kinds" 220
+  "$data"/grey.jpg "$data"/colour.jpg "$data"/dot.png && check_page "$work/kinds" 229
 for other in grey16 palette transparent; do
   cmp "$work/kinds/grey/before-grey.png" "$work/kinds/$other/before-grey.png" || fail "$other.png is not seen as grey.png"
 done

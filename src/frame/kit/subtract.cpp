@@ -74,8 +74,8 @@ static QorStatus subtract(const uint8_t* src1, int32_t src1Step, const uint8_t* 
   } else if (scaleFactor == 0) {
     subtractScaled(src1, src1Step, src2, src2Step, dst, dstStep, size, Unscaled{});
   } else {
-    // A factor of 256 already drives every difference but 0 to 255.
-    const uint16_t factor = scaleFactor < -8 ? 256 : uint16_t(1 << -scaleFactor);
+    // A factor of 2^8 already drives every difference but 0 to 255.
+    const uint16_t factor = uint16_t(1 << (scaleFactor < -8 ? 8 : -scaleFactor));
     subtractScaled(src1, src1Step, src2, src2Step, dst, dstStep, size, ShiftedLeft{factor});
   }
   return qorStatusOk;

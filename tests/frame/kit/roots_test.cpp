@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <math.h>
 
+#include "frame/kit/vector_cases.h"
 #include "frame/kit/vectors.h"
-#include "kit/vector_cases.h"
 #include "support/random.h"
 
 namespace {

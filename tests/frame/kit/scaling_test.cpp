@@ -1,8 +1,8 @@
 // qorsMulC_16s_ISfs over all 16-bit inputs.
 #include <gtest/gtest.h>
 
+#include "frame/kit/vector_cases.h"
 #include "frame/kit/vectors.h"
-#include "kit/vector_cases.h"
 
 namespace {
 
@@ -56,10 +56,8 @@ TEST(KitMulC16s, Lengths) {
       Vector<int16_t> data(len, edge, shift);
       for (int32_t i = 0; i < len; ++i) data.set(i, 0, int16_t(i * 977 - 5000));
       ASSERT_EQ(qorsMulC_16s_ISfs(4, data.data(), len, scaleFactor), qorStatusOk);
-      ASSERT_EQ(difference(data,
-                           [&](int32_t x, int32_t, int32_t) {
-                             return int16_t(model(4, int16_t(x * 977 - 5000), scaleFactor));
-                           }),
+      ASSERT_EQ(difference(data, [&](int32_t x, int32_t,
+                                     int32_t) { return int16_t(model(4, int16_t(x * 977 - 5000), scaleFactor)); }),
                 "");
       ASSERT_TRUE(data.gapsIntact());
     }

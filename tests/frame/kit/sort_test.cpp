@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <string>
 
+#include "frame/kit/vector_cases.h"
 #include "frame/kit/vectors.h"
-#include "kit/vector_cases.h"
 #include "support/random.h"
 
 namespace {

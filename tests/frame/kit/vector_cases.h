@@ -8,7 +8,7 @@
 #include "support/statuses.h"
 
 inline const std::vector<int32_t>& tellingLengths() {
-  static const std::vector<int32_t> lengths = {1,  2,  3,  4,  5,  7,  8,  9,   15,  16,  17,  31,
+  static const std::vector<int32_t> lengths = {1,  2,  3,  4,  5,  7,  8,   9,   15,  16,  17,  31,
                                                32, 33, 63, 64, 65, 99, 127, 128, 129, 255, 1000};
   return lengths;
 }
@@ -44,12 +44,12 @@ struct VectorArgs {
 };
 
 // Null pointers in order, then bad lengths. `call` may be followed by other statuses than 0 where `good` says so.
-inline void expectVectorStatuses(int32_t pointers, int32_t len,
-                                 const std::function<QorStatus(const VectorArgs&)>& call,
+inline void expectVectorStatuses(int32_t pointers, int32_t len, const std::function<QorStatus(const VectorArgs&)>& call,
                                  const std::function<std::vector<uint8_t>()>& written) {
   std::vector<Fault<VectorArgs>> faults;
   for (int32_t p = 0; p < pointers; ++p) {
-    faults.push_back({"pointer " + std::to_string(p), qorStatusNullPtr, [p](VectorArgs& a) { a.null[size_t(p)] = true; }});
+    faults.push_back(
+        {"pointer " + std::to_string(p), qorStatusNullPtr, [p](VectorArgs& a) { a.null[size_t(p)] = true; }});
   }
   for (const int32_t bad : {0, -1, std::numeric_limits<int32_t>::min()}) {
     faults.push_back({"len", qorStatusBadSize, [bad](VectorArgs& a) { a.len = bad; }});

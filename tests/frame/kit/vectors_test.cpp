@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "kit/vector_cases.h"
+#include "frame/kit/vector_cases.h"
 #include "support/random.h"
 
 namespace {
@@ -233,9 +233,14 @@ struct ExtremeCase {
 
 // In the three-pointer form the second source is taken where the comparison fails: ties and NaN on either side.
 const ExtremeCase extremeCases[] = {
-    {nan, 1.0f, 1.0f, 1.0f},        {1.0f, nan, nan, nan},         {0.0f, -0.0f, -0.0f, -0.0f},
-    {-0.0f, 0.0f, 0.0f, 0.0f},      {2.0f, 1.0f, 2.0f, 1.0f},      {1.0f, 2.0f, 2.0f, 1.0f},
-    {infinity, nan, nan, nan},      {nan, infinity, infinity, infinity},
+    {nan, 1.0f, 1.0f, 1.0f},
+    {1.0f, nan, nan, nan},
+    {0.0f, -0.0f, -0.0f, -0.0f},
+    {-0.0f, 0.0f, 0.0f, 0.0f},
+    {2.0f, 1.0f, 2.0f, 1.0f},
+    {1.0f, 2.0f, 2.0f, 1.0f},
+    {infinity, nan, nan, nan},
+    {nan, infinity, infinity, infinity},
     {-infinity, 5.0f, 5.0f, -infinity},
 };
 
@@ -267,10 +272,7 @@ TEST(KitVectors, MulCFloat) {
       Vector<float> srcDst(len, edge, shift);
       srcDst.fill([&] { return random.anyFloat(); });
       std::vector<float> expected;
-      for (int32_t i = 0; i < len; ++i) {
-        volatile float product = srcDst[i] * value;
-        expected.push_back(product);
-      }
+      for (int32_t i = 0; i < len; ++i) expected.push_back(srcDst[i] * value);
       ASSERT_EQ(qorsMulC_32f_I(value, srcDst.data(), len), qorStatusOk);
       ASSERT_EQ(difference(srcDst, [&](int32_t x, int32_t, int32_t) { return expected[size_t(x)]; }), "") << value;
       ASSERT_TRUE(srcDst.gapsIntact());
