@@ -12,7 +12,7 @@ struct CpuidLeaf {
   uint32_t eax, ebx, ecx, edx;
 };
 
-CpuidLeaf cpuidLeaf(uint32_t leaf) {
+inline CpuidLeaf cpuidLeaf(uint32_t leaf) {
   CpuidLeaf r = {0, 0, 0, 0};
   if (!__get_cpuid_count(leaf, 0, &r.eax, &r.ebx, &r.ecx, &r.edx)) return {0, 0, 0, 0};
   return r;
@@ -21,7 +21,7 @@ CpuidLeaf cpuidLeaf(uint32_t leaf) {
 constexpr bool hasAll(uint32_t flags, uint32_t wanted) { return (flags & wanted) == wanted; }
 
 // Asks the processor itself, since resolvers run before the C library and its tables can be relied on.
-CpuLevel detectCpuLevel() {
+inline CpuLevel detectCpuLevel() {
   const CpuidLeaf basic = cpuidLeaf(1);
   const CpuidLeaf wide = cpuidLeaf(7);
   const CpuidLeaf extended = cpuidLeaf(0x80000001);
@@ -40,7 +40,7 @@ CpuLevel detectCpuLevel() {
 }
 
 // Detection costs several microseconds on a virtual machine and hundreds of names are resolved, so it is done once.
-CpuLevel cpuLevel() {
+inline CpuLevel cpuLevel() {
   static CpuLevel known;
   if (!known) known = detectCpuLevel();
   return known;

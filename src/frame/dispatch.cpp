@@ -9,15 +9,14 @@
 #define QOR_BEST cpuLevel()
 #endif
 
-#define QORAPI(type, name, args)                                                                    \
-  type name##_v1 args;                                                                              \
-  type name##_v3 args;                                                                              \
-  type name##_v4 args;                                                                              \
-  void* name##_resolve(void) {                                                                      \
-    const CpuLevel best = QOR_BEST;                                                                 \
-    if (best == cpuV4) return reinterpret_cast<void*>(name##_v4);                                   \
-    return best == cpuV3 ? reinterpret_cast<void*>(name##_v3) : reinterpret_cast<void*>(name##_v1); \
-  }                                                                                                 \
+#define QORAPI(type, name, args)                                              \
+  type name##_v1 args;                                                        \
+  type name##_v3 args;                                                        \
+  type name##_v4 args;                                                        \
+  decltype(&name##_v1) name##_resolve(void) {                                 \
+    const CpuLevel best = QOR_BEST;                                           \
+    return best == cpuV4 ? name##_v4 : best == cpuV3 ? name##_v3 : name##_v1; \
+  }                                                                           \
   __attribute__((visibility("default"), ifunc(#name "_resolve"))) type name args
 
 #include "qorcvmx.h"

@@ -45,23 +45,26 @@ COLUMN_FORM(Low_16s_C1R, int16_t, int16_t, int16_t, 1, Sum::integer, Ending::low
 COLUMN_FORM(Low_16s_C3R, int16_t, int16_t, int16_t, 3, Sum::integer, Ending::lowReal, 0, 32, Gate::separable);
 #undef COLUMN_FORM
 
-template <class Form>
+// The arguments of a stage, with its types left open.
 struct ColumnArgs {
-  const typename Form::Source* const* srcRows;
-  typename Form::Result* dst;
+  const void* const* srcRows;
+  void* dst;
   int32_t dstStep;
   QoriSize roiSize;
-  const typename Form::Tap* kernel;
+  const void* kernel;
   int32_t kernelSize, divisor;
   uint8_t* buffer;
 };
 
 template <class Form>
-static QorStatus call(const ColumnArgs<Form>& a) {
+QOR_OUT_OF_LINE static QorStatus call(const ColumnArgs& a) {
+  const auto srcRows = reinterpret_cast<const typename Form::Source* const*>(a.srcRows);
+  const auto dst = static_cast<typename Form::Result*>(a.dst);
+  const auto kernel = static_cast<const typename Form::Tap*>(a.kernel);
   if constexpr (std::is_floating_point_v<typename Form::Source>) {
-    return Form::stage(a.srcRows, a.dst, a.dstStep, a.roiSize, a.kernel, a.kernelSize, a.buffer);
+    return Form::stage(srcRows, dst, a.dstStep, a.roiSize, kernel, a.kernelSize, a.buffer);
   } else {
-    return Form::stage(a.srcRows, a.dst, a.dstStep, a.roiSize, a.kernel, a.kernelSize, a.divisor, a.buffer);
+    return Form::stage(srcRows, dst, a.dstStep, a.roiSize, kernel, a.kernelSize, a.divisor, a.buffer);
   }
 }
 
@@ -81,8 +84,9 @@ static std::string text(const ColumnWork<Form>& work) {
 }
 
 template <class Form>
-static std::string imageDifference(const ColumnWork<Form>& work, const Rows<typename Form::Source>& rows,
-                                   const Image<typename Form::Result>& dst) {
+QOR_OUT_OF_LINE static std::string imageDifference(const ColumnWork<Form>& work,
+                                                   const Rows<typename Form::Source>& rows,
+                                                   const Image<typename Form::Result>& dst) {
   const std::string found = difference(dst, [&](int32_t x, int32_t y, int32_t c) {
     return modelResult<typename Form::Result>(Form::arithmetic, work.kernel, work.divisor, [&](int32_t i) {
       return rows.get(work.aims[size_t(y + i)], x * Form::channels + c);
@@ -101,17 +105,18 @@ static std::vector<const typename Form::Source*> pointersOf(const ColumnWork<For
 
 // Runs the stage with all constant arrays against unmapped pages.
 template <class Form>
-static QorStatus run(const ColumnWork<Form>& work, const std::vector<const typename Form::Source*>& srcRows,
-                     const Image<typename Form::Result>& dst, const Scratch& scratch) {
+QOR_OUT_OF_LINE static QorStatus run(const ColumnWork<Form>& work,
+                                     const std::vector<const typename Form::Source*>& srcRows,
+                                     const Image<typename Form::Result>& dst, const Scratch& scratch) {
   const Exact<typename Form::Tap> kernel(work.kernel);
   const Exact<const typename Form::Source*> pointers(srcRows);
-  return call<Form>({pointers.data(), dst.data(), dst.step(), dst.size(), kernel.data(), work.kernelSize(),
-                     work.divisor, scratch.data()});
+  return call<Form>({reinterpret_cast<const void* const*>(pointers.data()), dst.data(), dst.step(), dst.size(),
+                     kernel.data(), work.kernelSize(), work.divisor, scratch.data()});
 }
 
 template <class Form>
-static QorStatus run(const ColumnWork<Form>& work, const Rows<typename Form::Source>& rows,
-                     const Image<typename Form::Result>& dst) {
+QOR_OUT_OF_LINE static QorStatus run(const ColumnWork<Form>& work, const Rows<typename Form::Source>& rows,
+                                     const Image<typename Form::Result>& dst) {
   const Scratch scratch = scratchFor<Form>(dst.size(), work.kernelSize());
   const QorStatus status = run(work, pointersOf(work, rows), dst, scratch);
   EXPECT_TRUE(scratch.intact());
@@ -120,7 +125,7 @@ static QorStatus run(const ColumnWork<Form>& work, const Rows<typename Form::Sou
 
 // A work for `height` rows, aimed at one row after the other.
 template <class Form>
-static ColumnWork<Form> anyWork(Random& random, int32_t kernelSize, int32_t height) {
+QOR_OUT_OF_LINE static ColumnWork<Form> anyWork(Random& random, int32_t kernelSize, int32_t height) {
   ColumnWork<Form> work;
   work.kernel = kernelOf<typename Form::Tap>(random, kernelSize);
   work.divisor = random.pick(divisors());
@@ -130,7 +135,8 @@ static ColumnWork<Form> anyWork(Random& random, int32_t kernelSize, int32_t heig
 
 // The stage on random rows anywhere in memory, many of them aimed at more than once; the text says what is wrong.
 template <class Form>
-static std::string anyImageDifference(ColumnWork<Form> work, int32_t width, int32_t height, Random& random) {
+QOR_OUT_OF_LINE static std::string anyImageDifference(ColumnWork<Form> work, int32_t width, int32_t height,
+                                                      Random& random) {
   using Source = typename Form::Source;
   const int32_t pointers = height + work.kernelSize() - 1;
   Rows<Source> rows(width * Form::channels, int32_t(random.number(1, pointers)), anyPlace(random), random);
@@ -255,7 +261,8 @@ TYPED_TEST(ColumnPipeline, EndsAsComputedByHand) {
 
 // One output row over rows that are each of one value. Returns column 0, channel 0; all others are the same.
 template <class Form>
-static typename Form::Result flatRows(const std::vector<int32_t>& pixels, const std::vector<int32_t>& taps) {
+QOR_OUT_OF_LINE static typename Form::Result flatRows(const std::vector<int32_t>& pixels,
+                                                      const std::vector<int32_t>& taps) {
   Random random(77);
   ColumnWork<Form> work = anyWork<Form>(random, int32_t(taps.size()), 1);
   work.kernel.assign(taps.begin(), taps.end());
@@ -348,7 +355,7 @@ TYPED_TEST(ColumnPipeline, NullRowUnderThreads) {
 }
 
 template <class Form>
-static void expectModel(const ColumnWork<Form>& work, QoriSize size, Random& random, uint32_t seed) {
+QOR_OUT_OF_LINE static void expectModel(const ColumnWork<Form>& work, QoriSize size, Random& random, uint32_t seed) {
   Rows<typename Form::Source> rows(size.width * Form::channels, size.height + work.kernelSize() - 1, Place::scattered,
                                    random);
   rows.fill(quickNumbers<typename Form::Source>(seed));
@@ -443,13 +450,13 @@ TYPED_TEST(ColumnPipeline, ScratchOfALargerWork) {
 
 // Runs the stage on blank rows, with each row of the result on a page of its own.
 template <class Form>
-static void runWatched(const WatchedRows& watched, QoriSize size, int32_t kernelSize) {
+QOR_OUT_OF_LINE static void runWatched(const WatchedRows& watched, QoriSize size, int32_t kernelSize) {
   const std::vector<typename Form::Tap> kernel(size_t(kernelSize), 1);
   const std::vector<typename Form::Source> blank(size_t(size.width) * Form::channels);
-  const std::vector<const typename Form::Source*> pointers(size_t(size.height + kernelSize - 1), blank.data());
+  const std::vector<const void*> pointers(size_t(size.height + kernelSize - 1), blank.data());
   const Scratch scratch = scratchFor<Form>(size, kernelSize);
-  ASSERT_EQ(call<Form>({pointers.data(), reinterpret_cast<typename Form::Result*>(watched.data()), WatchedRows::step,
-                        size, kernel.data(), kernelSize, 1, scratch.data()}),
+  ASSERT_EQ(call<Form>({reinterpret_cast<const void* const*>(pointers.data()), watched.data(), WatchedRows::step, size,
+                        kernel.data(), kernelSize, 1, scratch.data()}),
             qorStatusOk);
 }
 
@@ -520,21 +527,11 @@ TYPED_TEST(ColumnPipeline, NeedsNoMemoryAndKeepsTheRuntimesSettings) {
 
 // Statuses
 
-TYPED_TEST(ColumnPipeline, Statuses) {
-  using Args = ColumnArgs<TypeParam>;
-  using Result = typename TypeParam::Result;
-  Random random(87);
-  const ColumnWork<TypeParam> work = anyWork<TypeParam>(random, 5, 3);
-  const Rows<typename TypeParam::Source> rows(8 * TypeParam::channels, 7, Place::scattered, random);
-  const auto pointers = pointersOf(work, rows);
-  auto lastIsNull = pointers;
-  lastIsNull[6] = nullptr;
-  auto firstIsNull = pointers;
-  firstIsNull[0] = nullptr;
-  const Image<Result> dst(8, 3, TypeParam::channels, 4);
-  const Scratch scratch = scratchFor<TypeParam>(dst.size(), 5);
-  const int32_t rowBytes = 8 * TypeParam::channels * int32_t(sizeof(Result));
-
+// All faults in the order of the checks, in an image of rows of `rowBytes` bytes; the two pointer arrays each have one
+// null.
+static std::vector<Fault<ColumnArgs>> columnFaults(int32_t rowBytes, size_t elementSize, bool hasDivisor,
+                                                   const void* const* firstIsNull, const void* const* lastIsNull) {
+  using Args = ColumnArgs;
   std::vector<Fault<Args>> faults = {
       {"srcRows", qorStatusNullPtr, [](Args& a) { a.srcRows = nullptr; }},
       {"dst", qorStatusNullPtr, [](Args& a) { a.dst = nullptr; }},
@@ -545,35 +542,50 @@ TYPED_TEST(ColumnPipeline, Statuses) {
       {"width", qorStatusBadSize, [](Args& a) { a.roiSize.width = -1; }},
       {"kernelSize", qorStatusBadSize, [](Args& a) { a.kernelSize = 0; }},
       {"kernelSize", qorStatusBadSize, [](Args& a) { a.kernelSize = INT32_MIN; }},
-      {"dstStep", qorStatusBadStep, [=](Args& a) { a.dstStep = rowBytes - 1; }},
-      {"dstStep", qorStatusBadStep, [](Args& a) { a.dstStep = 0; }},
-      {"dstStep", qorStatusBadStep, [=](Args& a) { a.dstStep = -rowBytes; }},
   };
-  if (sizeof(Result) > 1) {
-    faults.push_back({"dstStep", qorStatusBadStepAlign, [=](Args& a) { a.dstStep = rowBytes + 1; }});
+  for (const int32_t step : {rowBytes - 1, 0, -rowBytes}) {
+    faults.push_back({"dstStep", qorStatusBadStep, [=](Args& a) { a.dstStep = step; }});
   }
-  if (sizeof(Result) == 4) {
-    faults.push_back({"dstStep", qorStatusBadStepAlign, [=](Args& a) { a.dstStep = rowBytes + 2; }});
+  for (int32_t rest = 1; rest < int32_t(elementSize); ++rest) {
+    faults.push_back({"dstStep", qorStatusBadStepAlign, [=](Args& a) { a.dstStep = rowBytes + rest; }});
   }
   faults.push_back({"buffer", qorStatusNullPtr, [](Args& a) { a.buffer = nullptr; }});
-  if (std::is_integral_v<Result>) {
-    faults.push_back({"divisor", qorStatusBadArg, [](Args& a) { a.divisor = 0; }});
+  if (hasDivisor) faults.push_back({"divisor", qorStatusBadArg, [](Args& a) { a.divisor = 0; }});
+  for (const auto rows : {firstIsNull, lastIsNull}) {
+    faults.push_back({"srcRows", qorStatusNullPtr, [=](Args& a) { a.srcRows = rows; }});
   }
-  faults.push_back({"srcRows", qorStatusNullPtr, [&](Args& a) { a.srcRows = lastIsNull.data(); }});
-  faults.push_back({"srcRows", qorStatusNullPtr, [&](Args& a) { a.srcRows = firstIsNull.data(); }});
-  const Args good = {pointers.data(), dst.data(), dst.step(), dst.size(), work.kernel.data(), 5, 1, scratch.data()};
-  expectStatuses<Args>(good, faults, call<TypeParam>, [&] { return dst.bytes(); });
+  return faults;
+}
+
+TYPED_TEST(ColumnPipeline, Statuses) {
+  using Result = typename TypeParam::Result;
+  Random random(87);
+  const ColumnWork<TypeParam> work = anyWork<TypeParam>(random, 5, 3);
+  const Rows<typename TypeParam::Source> rows(8 * TypeParam::channels, 7, Place::scattered, random);
+  std::vector<const void*> pointers;
+  for (int32_t r = 0; r < 7; ++r) pointers.push_back(rows.row(r));
+  auto firstIsNull = pointers, lastIsNull = pointers;
+  firstIsNull.front() = nullptr;
+  lastIsNull.back() = nullptr;
+  const Image<Result> dst(8, 3, TypeParam::channels, 4);
+  const Scratch scratch = scratchFor<TypeParam>(dst.size(), 5);
+  const int32_t rowBytes = 8 * TypeParam::channels * int32_t(sizeof(Result));
+  const ColumnArgs good = {pointers.data(),    dst.data(), dst.step(), dst.size(),
+                           work.kernel.data(), 5,          1,          scratch.data()};
+  expectStatuses<ColumnArgs>(
+      good, columnFaults(rowBytes, sizeof(Result), std::is_integral_v<Result>, firstIsNull.data(), lastIsNull.data()),
+      call<TypeParam>, [&] { return dst.bytes(); });
 
   // Steps of just the row, and of one byte more where elements are bytes.
   const Image<Result> dense(8, 3, TypeParam::channels);
-  Args args = good;
+  ColumnArgs args = good;
   args.dst = dense.data();
   args.dstStep = rowBytes;
-  EXPECT_EQ(call(args), qorStatusOk);
+  EXPECT_EQ(call<TypeParam>(args), qorStatusOk);
   if (sizeof(Result) == 1) {
     args = good;
     args.dstStep = rowBytes + 1;
-    EXPECT_EQ(call(args), qorStatusOk);
+    EXPECT_EQ(call<TypeParam>(args), qorStatusOk);
   }
 }
 
@@ -583,7 +595,7 @@ TYPED_TEST(ColumnPipeline, RowLengthWrapsInTheStepCheck) {
   if (pixelBytes == 1) return;
   const int32_t width = int32_t((int64_t(1) << 31) / pixelBytes + 1);  // a negative row length
   ASSERT_LT(wrapped(int64_t(width) * pixelBytes), 0);
-  const typename TypeParam::Source* row = nullptr;
+  const void* row = nullptr;
   typename TypeParam::Result pixel = 0;
   typename TypeParam::Tap tap = 1;
   uint8_t buffer[64];
@@ -593,14 +605,14 @@ TYPED_TEST(ColumnPipeline, RowLengthWrapsInTheStepCheck) {
 // Scratch sizes
 
 TYPED_TEST(ColumnPipeline, BufferSizes) {
-  expectBufferSizes<TypeParam>([](int32_t threads, int32_t height, int32_t kernelSize) {
+  expectBufferSizes(TypeParam::bufferSize, [](int32_t threads, int32_t height, int32_t kernelSize) {
     // The stages that never thread need nothing, and say 32.
     if (TypeParam::gate == Gate::never) return 32;
     return modelBufferSize(threads, height, kernelSize, TypeParam::perTap, TypeParam::perThread);
   });
 }
 
-TYPED_TEST(ColumnPipeline, BufferSizeStatuses) { expectBufferSizeStatuses<TypeParam>(); }
+TYPED_TEST(ColumnPipeline, BufferSizeStatuses) { expectBufferSizeStatuses(TypeParam::bufferSize); }
 
 TEST(ColumnPipelineBufferSize, ComputedByHand) {
   services::reset();

@@ -45,35 +45,40 @@ ROW_FORM(Low_16s_C1R, int16_t, int16_t, int16_t, 1, Sum::integer, (taps == 5 ? E
 ROW_FORM(Low_16s_C3R, int16_t, int16_t, int16_t, 3, Sum::integer, Ending::lowQ14, 208, 64, Gate::open);
 #undef ROW_FORM
 
-template <class Form>
+// The arguments of a stage, with its types left open.
 struct RowArgs {
-  const typename Form::Source* src;
+  const void* src;
   int32_t srcStep;
-  typename Form::Result* const* dstRows;
+  void* const* dstRows;
   QoriSize roiSize;
-  const typename Form::Tap* kernel;
+  const void* kernel;
   int32_t kernelSize, xAnchor;
   QoriBorderType borderType;
-  const typename Form::Source* borderValue;  // one a channel
+  const void* borderValue;  // to one element a channel
   int32_t divisor;
   uint8_t* buffer;
 };
 
 template <class Form>
-static QorStatus call(const RowArgs<Form>& a) {
+QOR_OUT_OF_LINE static QorStatus call(const RowArgs& a) {
+  using Source = typename Form::Source;
+  const auto src = static_cast<const Source*>(a.src);
+  const auto dstRows = reinterpret_cast<typename Form::Result* const*>(a.dstRows);
+  const auto kernel = static_cast<const typename Form::Tap*>(a.kernel);
   const auto borderValue = [&] {
+    const auto values = static_cast<const Source*>(a.borderValue);
     if constexpr (Form::channels == 1) {
-      return *a.borderValue;
+      return *values;
     } else {
-      return a.borderValue;
+      return values;
     }
   }();
-  if constexpr (std::is_floating_point_v<typename Form::Source>) {
-    return Form::stage(a.src, a.srcStep, a.dstRows, a.roiSize, a.kernel, a.kernelSize, a.xAnchor, a.borderType,
-                       borderValue, a.buffer);
+  if constexpr (std::is_floating_point_v<Source>) {
+    return Form::stage(src, a.srcStep, dstRows, a.roiSize, kernel, a.kernelSize, a.xAnchor, a.borderType, borderValue,
+                       a.buffer);
   } else {
-    return Form::stage(a.src, a.srcStep, a.dstRows, a.roiSize, a.kernel, a.kernelSize, a.xAnchor, a.borderType,
-                       borderValue, a.divisor, a.buffer);
+    return Form::stage(src, a.srcStep, dstRows, a.roiSize, kernel, a.kernelSize, a.xAnchor, a.borderType, borderValue,
+                       a.divisor, a.buffer);
   }
 }
 
@@ -107,8 +112,8 @@ static typename Form::Result model(const RowWork<Form>& work, const Image<typena
 
 // First difference between row r and the model; empty if there is none.
 template <class Form>
-static std::string rowDifference(const RowWork<Form>& work, const Image<typename Form::Source>& src,
-                                 const Rows<typename Form::Result>& rows, int32_t r) {
+QOR_OUT_OF_LINE static std::string rowDifference(const RowWork<Form>& work, const Image<typename Form::Source>& src,
+                                                 const Rows<typename Form::Result>& rows, int32_t r) {
   for (int32_t x = 0; x < src.width(); ++x) {
     for (int32_t c = 0; c < Form::channels; ++c) {
       const auto is = rows.get(r, x * Form::channels + c);
@@ -125,18 +130,19 @@ static std::string rowDifference(const RowWork<Form>& work, const Image<typename
 
 // Runs the stage with scratch of the exact size, and all constant arrays against unmapped pages.
 template <class Form>
-static QorStatus run(const RowWork<Form>& work, const Image<typename Form::Source>& src,
-                     const std::vector<typename Form::Result*>& dstRows, const Scratch& scratch) {
+QOR_OUT_OF_LINE static QorStatus run(const RowWork<Form>& work, const Image<typename Form::Source>& src,
+                                     const std::vector<typename Form::Result*>& dstRows, const Scratch& scratch) {
   const Exact<typename Form::Tap> kernel(work.kernel);
   const Exact<typename Form::Source> borderValue(work.borderValue);
   const Exact<typename Form::Result*> pointers(dstRows);
-  return call<Form>({src.data(), src.step(), pointers.data(), src.size(), kernel.data(), work.kernelSize(),
-                     work.xAnchor, work.borderType, borderValue.data(), work.divisor, scratch.data()});
+  return call<Form>({src.data(), src.step(), reinterpret_cast<void* const*>(pointers.data()), src.size(), kernel.data(),
+                     work.kernelSize(), work.xAnchor, work.borderType, borderValue.data(), work.divisor,
+                     scratch.data()});
 }
 
 template <class Form>
-static QorStatus run(const RowWork<Form>& work, const Image<typename Form::Source>& src,
-                     const Rows<typename Form::Result>& rows) {
+QOR_OUT_OF_LINE static QorStatus run(const RowWork<Form>& work, const Image<typename Form::Source>& src,
+                                     const Rows<typename Form::Result>& rows) {
   const Scratch scratch = scratchFor<Form>(src.size(), work.kernelSize());
   const QorStatus status = run(work, src, rows.pointers(), scratch);
   EXPECT_TRUE(scratch.intact());
@@ -144,7 +150,7 @@ static QorStatus run(const RowWork<Form>& work, const Image<typename Form::Sourc
 }
 
 template <class Form>
-static RowWork<Form> anyWork(Random& random, int32_t kernelSize) {
+QOR_OUT_OF_LINE static RowWork<Form> anyWork(Random& random, int32_t kernelSize) {
   RowWork<Form> work;
   work.kernel = kernelOf<typename Form::Tap>(random, kernelSize);
   work.xAnchor = int32_t(random.number(0, kernelSize - 1));
@@ -157,7 +163,8 @@ static RowWork<Form> anyWork(Random& random, int32_t kernelSize) {
 
 // The stage on a random image anywhere in memory; the text says what is wrong.
 template <class Form>
-static std::string anyImageDifference(const RowWork<Form>& work, int32_t width, int32_t height, Random& random) {
+QOR_OUT_OF_LINE static std::string anyImageDifference(const RowWork<Form>& work, int32_t width, int32_t height,
+                                                      Random& random) {
   using Source = typename Form::Source;
   const size_t shift = random.chance(0.5) ? size_t(random.number(1, 7)) : 0;
   const int32_t gap = random.chance(0.5) ? int32_t(random.number(1, 9)) : 0;
@@ -293,7 +300,8 @@ TYPED_TEST(RowPipeline, EndsAsComputedByHand) {
 
 // Row 0 is `pixels` in every channel; the anchor is 0, so that column 0 sees them all. Returns column 0, channel 0.
 template <class Form>
-static typename Form::Result firstColumn(const std::vector<int32_t>& pixels, const std::vector<int32_t>& taps) {
+QOR_OUT_OF_LINE static typename Form::Result firstColumn(const std::vector<int32_t>& pixels,
+                                                         const std::vector<int32_t>& taps) {
   Random random(47);
   RowWork<Form> work;
   work.kernel.assign(taps.begin(), taps.end());
@@ -443,9 +451,11 @@ TYPED_TEST(RowPipeline, NullConstantInTheOtherModes) {
         Image<typename TypeParam::Source> src(width, 1, TypeParam::channels);
         src.fill([&] { return number<typename TypeParam::Source>(random, Kind::any); });
         Rows<typename TypeParam::Result> rows(width * TypeParam::channels, 1, Place::lastBytes, random);
+        const auto pointers = rows.pointers();
         const Scratch scratch = scratchFor<TypeParam>(src.size(), kernelSize);
-        ASSERT_EQ(call<TypeParam>({src.data(), src.step(), rows.pointers().data(), src.size(), work.kernel.data(),
-                                   kernelSize, work.xAnchor, borderType, nullptr, work.divisor, scratch.data()}),
+        ASSERT_EQ(call<TypeParam>({src.data(), src.step(), reinterpret_cast<void* const*>(pointers.data()), src.size(),
+                                   work.kernel.data(), kernelSize, work.xAnchor, borderType, nullptr, work.divisor,
+                                   scratch.data()}),
                   qorStatusOk);
         ASSERT_EQ(rowDifference(work, src, rows, 0), "");
       }
@@ -475,7 +485,7 @@ TYPED_TEST(RowPipeline, StopsAtANullRow) {
 // Threads
 
 template <class Form>
-static void expectModel(const RowWork<Form>& work, QoriSize size, Random& random, uint32_t seed) {
+QOR_OUT_OF_LINE static void expectModel(const RowWork<Form>& work, QoriSize size, Random& random, uint32_t seed) {
   Image<typename Form::Source> src(size.width, size.height, Form::channels, 3);
   src.fill(quickNumbers<typename Form::Source>(seed));
   Rows<typename Form::Result> rows(size.width * Form::channels, size.height, Place::scattered, random);
@@ -567,7 +577,7 @@ TYPED_TEST(RowPipeline, ScratchOfALargerWork) {
 
 // Runs the stage on a blank region with each row on a page of its own.
 template <class Form>
-static void runWatched(const WatchedRows& watched, QoriSize size, int32_t kernelSize) {
+QOR_OUT_OF_LINE static void runWatched(const WatchedRows& watched, QoriSize size, int32_t kernelSize) {
   RowWork<Form> work;
   work.kernel.assign(size_t(kernelSize), 1);
   const Image<typename Form::Source> src(size.width, size.height, Form::channels);
@@ -684,18 +694,9 @@ TYPED_TEST(RowPipeline, NeedsNoMemoryAndKeepsTheRuntimesSettings) {
 
 // Statuses
 
-TYPED_TEST(RowPipeline, Statuses) {
-  using Args = RowArgs<TypeParam>;
-  using Source = typename TypeParam::Source;
-  Random random(62);
-  const Image<Source> src(8, 3, TypeParam::channels, 4);
-  const Rows<typename TypeParam::Result> rows(8 * TypeParam::channels, 3, Place::scattered, random);
-  const auto pointers = rows.pointers();
-  const std::vector<typename TypeParam::Tap> kernel(5, 1);
-  const std::vector<Source> borderValue(TypeParam::channels);
-  const Scratch scratch = scratchFor<TypeParam>(src.size(), 5);
-  const int32_t rowBytes = 8 * TypeParam::channels * int32_t(sizeof(Source));
-
+// All faults in the order of the checks, in an image of rows of `rowBytes` bytes and with a kernel of 5 taps.
+static std::vector<Fault<RowArgs>> rowFaults(int32_t rowBytes, size_t elementSize, int32_t channels, bool hasDivisor) {
+  using Args = RowArgs;
   std::vector<Fault<Args>> faults = {
       {"src", qorStatusNullPtr, [](Args& a) { a.src = nullptr; }},
       {"dstRows", qorStatusNullPtr, [](Args& a) { a.dstRows = nullptr; }},
@@ -707,53 +708,60 @@ TYPED_TEST(RowPipeline, Statuses) {
       {"width", qorStatusBadSize, [](Args& a) { a.roiSize.width = -1; }},
       {"kernelSize", qorStatusBadSize, [](Args& a) { a.kernelSize = 0; }},
       {"kernelSize", qorStatusBadSize, [](Args& a) { a.kernelSize = INT32_MIN; }},
-      {"xAnchor", qorStatusBadAnchor, [](Args& a) { a.xAnchor = -1; }},
-      {"xAnchor", qorStatusBadAnchor, [](Args& a) { a.xAnchor = 5; }},
-      {"xAnchor", qorStatusBadAnchor, [](Args& a) { a.xAnchor = INT32_MIN; }},
-      {"xAnchor", qorStatusBadAnchor, [](Args& a) { a.xAnchor = INT32_MAX; }},
-      {"srcStep", qorStatusBadStep, [=](Args& a) { a.srcStep = rowBytes - 1; }},
-      {"srcStep", qorStatusBadStep, [](Args& a) { a.srcStep = 0; }},
-      {"srcStep", qorStatusBadStep, [=](Args& a) { a.srcStep = -rowBytes; }},
   };
-  if (sizeof(Source) > 1) {
-    faults.push_back({"srcStep", qorStatusBadStepAlign, [=](Args& a) { a.srcStep = rowBytes + 1; }});
+  for (const int32_t xAnchor : {-1, 5, INT32_MIN, INT32_MAX}) {
+    faults.push_back({"xAnchor", qorStatusBadAnchor, [=](Args& a) { a.xAnchor = xAnchor; }});
   }
-  if (sizeof(Source) == 4) {
-    faults.push_back({"srcStep", qorStatusBadStepAlign, [=](Args& a) { a.srcStep = rowBytes + 2; }});
+  for (const int32_t step : {rowBytes - 1, 0, -rowBytes}) {
+    faults.push_back({"srcStep", qorStatusBadStep, [=](Args& a) { a.srcStep = step; }});
+  }
+  for (int32_t rest = 1; rest < int32_t(elementSize); ++rest) {
+    faults.push_back({"srcStep", qorStatusBadStepAlign, [=](Args& a) { a.srcStep = rowBytes + rest; }});
   }
   for (const QoriBorderType borderType : {-1, 5, 16, 17, 32, 48, INT32_MIN, INT32_MAX}) {
     faults.push_back({"borderType", qorStatusBadArg, [=](Args& a) { a.borderType = borderType; }});
   }
-  if (TypeParam::channels == 3) {
-    faults.push_back({"borderValue", qorStatusNullPtr, [](Args& a) { a.borderValue = nullptr; }});
-  }
-  if (std::is_integral_v<Source>) {
-    faults.push_back({"divisor", qorStatusBadArg, [](Args& a) { a.divisor = 0; }});
-  }
-  const Args good = {
-      src.data(),         src.step(), pointers.data(), src.size(), kernel.data(), 5, 2, QoriBorderType(qorBorderConst),
-      borderValue.data(), 1,          scratch.data()};
-  expectStatuses<Args>(good, faults, call<TypeParam>, [&] { return rows.bytes(); });
+  if (channels == 3) faults.push_back({"borderValue", qorStatusNullPtr, [](Args& a) { a.borderValue = nullptr; }});
+  if (hasDivisor) faults.push_back({"divisor", qorStatusBadArg, [](Args& a) { a.divisor = 0; }});
+  return faults;
+}
+
+TYPED_TEST(RowPipeline, Statuses) {
+  using Source = typename TypeParam::Source;
+  Random random(62);
+  const Image<Source> src(8, 3, TypeParam::channels, 4);
+  const Rows<typename TypeParam::Result> rows(8 * TypeParam::channels, 3, Place::scattered, random);
+  const auto pointers = rows.pointers();
+  const std::vector<typename TypeParam::Tap> kernel(5, 1);
+  const std::vector<Source> borderValue(TypeParam::channels);
+  const Scratch scratch = scratchFor<TypeParam>(src.size(), 5);
+  const int32_t rowBytes = 8 * TypeParam::channels * int32_t(sizeof(Source));
+  const RowArgs good = {src.data(), src.step(),     reinterpret_cast<void* const*>(pointers.data()),
+                        src.size(), kernel.data(),  5,
+                        2,          qorBorderConst, borderValue.data(),
+                        1,          scratch.data()};
+  expectStatuses<RowArgs>(good, rowFaults(rowBytes, sizeof(Source), TypeParam::channels, std::is_integral_v<Source>),
+                          call<TypeParam>, [&] { return rows.bytes(); });
 
   // Every mode and anchor passes, and steps of just the row.
   const Image<Source> dense(8, 3, TypeParam::channels);
   for (QoriBorderType borderType = qorBorderConst; borderType <= qorBorderMirrorEdge; ++borderType) {
     for (int32_t xAnchor = 0; xAnchor < 5; ++xAnchor) {
-      Args args = good;
+      RowArgs args = good;
       args.src = dense.data();
       args.srcStep = rowBytes;
       args.borderType = borderType;
       args.xAnchor = xAnchor;
-      EXPECT_EQ(call(args), qorStatusOk);
+      EXPECT_EQ(call<TypeParam>(args), qorStatusOk);
     }
   }
   // A kernel of one tap has one anchor.
-  Args one = good;
+  RowArgs one = good;
   one.kernelSize = 1;
   one.xAnchor = 1;
-  EXPECT_EQ(call(one), qorStatusBadAnchor);
+  EXPECT_EQ(call<TypeParam>(one), qorStatusBadAnchor);
   one.xAnchor = 0;
-  EXPECT_EQ(call(one), qorStatusOk);
+  EXPECT_EQ(call<TypeParam>(one), qorStatusOk);
 }
 
 // The row length in bytes wraps in 32 bits, so that a step may look long enough; later checks still run.
@@ -764,7 +772,7 @@ TYPED_TEST(RowPipeline, RowLengthWrapsInTheStepCheck) {
   ASSERT_LT(wrapped(int64_t(width) * pixelBytes), 0);
   typename TypeParam::Source pixel = 0;
   typename TypeParam::Source borderValue[3] = {};
-  typename TypeParam::Result* row = nullptr;
+  void* row = nullptr;
   typename TypeParam::Tap tap = 1;
   uint8_t buffer[64];
   EXPECT_EQ(call<TypeParam>({&pixel, 4, &row, {width, 1}, &tap, 1, 0, 5, borderValue, 1, buffer}), qorStatusBadArg);
@@ -773,12 +781,12 @@ TYPED_TEST(RowPipeline, RowLengthWrapsInTheStepCheck) {
 // Scratch sizes
 
 TYPED_TEST(RowPipeline, BufferSizes) {
-  expectBufferSizes<TypeParam>([](int32_t threads, int32_t height, int32_t kernelSize) {
+  expectBufferSizes(TypeParam::bufferSize, [](int32_t threads, int32_t height, int32_t kernelSize) {
     return modelBufferSize(threads, height, kernelSize, TypeParam::perTap, TypeParam::perThread);
   });
 }
 
-TYPED_TEST(RowPipeline, BufferSizeStatuses) { expectBufferSizeStatuses<TypeParam>(); }
+TYPED_TEST(RowPipeline, BufferSizeStatuses) { expectBufferSizeStatuses(TypeParam::bufferSize); }
 
 TEST(RowPipelineBufferSize, ComputedByHand) {
   services::reset();

@@ -20,8 +20,8 @@ QorStatus qorsSqrt_32f_I(float* srcDst, int32_t len) {
 constexpr int32_t largestRoot = 32767;
 
 // Roots scaled up by 2^doublings. The root of a whole number is never half a whole number, so rounding meets no ties:
-// the scaled number is held to the square of the largest root, its root estimated in float, which is off by 1 at most,
-// and put right in whole numbers, where (r - 0.5)^2 < x < (r + 0.5)^2 reads r * (r - 1) < x <= r * (r + 1).
+// the scaled number is held to the square of the largest root, its root taken in float and cut off, which gives the
+// rounded root r or the one below it, and put right in whole numbers, where x > (r + 0.5)^2 reads x > r * (r + 1).
 static void scaledUpRoots(const int32_t* src, int16_t* dst, int32_t len, int32_t doublings) {
   const int32_t largestSquare = largestRoot * largestRoot;
   const int32_t limit = largestSquare >> (2 * doublings);
@@ -29,10 +29,8 @@ static void scaledUpRoots(const int32_t* src, int16_t* dst, int32_t len, int32_t
   for (int32_t i = 0; i < len; ++i) {
     const int32_t x = src[i] < 0 ? 0 : src[i];
     const int32_t scaled = x > limit ? largestSquare : x << (2 * doublings);
-    int32_t root = int32_t(__builtin_sqrtf(float(scaled)) + 0.5f);
-    const int32_t above = root * (root + 1), below = above - 2 * root;
-    root += (above < scaled ? 1 : 0) - (below >= scaled && root > 0 ? 1 : 0);
-    dst[i] = int16_t(root);
+    const int32_t root = int32_t(__builtin_sqrtf(float(scaled)));
+    dst[i] = int16_t(root + (scaled > root * (root + 1) ? 1 : 0));
   }
 }
 
