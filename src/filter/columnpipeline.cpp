@@ -2,6 +2,8 @@
 //
 // Odd: the scratch buffer must be there but is not needed; it is tested after the steps. All row pointers are verified
 // before anything is written. The float forms are never threaded.
+#include <algorithm>
+
 #include "filter/taps.h"
 #include "frame/frame.h"
 
@@ -35,12 +37,14 @@ template <int32_t channels, class Sum, class Src, class Dst, class Tap, class En
 static void filterColumns(const ColumnArguments<Src, Dst, Tap>& a, bool mayThread, const Ending& ending) {
   const int32_t mostThreads = owncvGetMaxNumThreads();
   const bool parallel = mayThread && pixels(a.roiSize) >= mostThreads * 32768 && runsepomp(a.kernelSize);
-  runStripes(a.roiSize.height, parallel ? ownGetNumThreads() : serial, [&](int32_t row, int32_t rows) {
-    for (int32_t y = row; y < row + rows; ++y) {
-      filterElements<Sum>(ColumnTaps<Src>{a.srcRows + y}, a.kernel, a.kernelSize, ending, rowAt(a.dst, a.dstStep, y),
-                          a.roiSize.width * channels);
-    }
-  });
+  // A team is never larger than the scratch was sized for, as in the row stages.
+  runStripes(a.roiSize.height, parallel ? std::min(ownGetNumThreads(), mostThreads) : serial,
+             [&](int32_t row, int32_t rows) {
+               for (int32_t y = row; y < row + rows; ++y) {
+                 filterElements<Sum>(ColumnTaps<Src>{a.srcRows + y}, a.kernel, a.kernelSize, ending,
+                                     rowAt(a.dst, a.dstStep, y), a.roiSize.width * channels);
+               }
+             });
 }
 
 template <int32_t channels>

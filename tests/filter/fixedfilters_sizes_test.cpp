@@ -135,20 +135,17 @@ TEST_F(FixedFilterSizes, sufficeAtAnyAddress) {
   });
 }
 
-// Many narrow and high images: pointers and rows, not the width, fill the scratch.
 TEST_F(FixedFilterSizes, sufficeForNarrowAndForWideImages) {
   Random random(3);
   forEachFilter([&](const Filter& f, QoriMaskSelector mask) {
     for (QoriSize size : {QoriSize{1, 1}, QoriSize{1, 200}, QoriSize{16, 50}, QoriSize{17, 50}, QoriSize{15, 1},
                           QoriSize{2000, 1}, QoriSize{2001, 20}, QoriSize{1999, 3}}) {
-      for (QoriBorderType mode = qorBorderConst; mode <= qorBorderMirrorEdge; ++mode) {
-        Case given;
-        given.size = size;
-        given.mask = mask;
-        given.borderType = mode;
-        given.divisor = 16;
-        ASSERT_EQ(check(f, given, random), "");
-      }
+      Case given;
+      given.size = size;
+      given.mask = mask;
+      given.borderType = QoriBorderType(random.number(qorBorderConst, qorBorderMirrorEdge));
+      given.divisor = 16;
+      ASSERT_EQ(check(f, given, random), "");
     }
   });
 }

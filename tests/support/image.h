@@ -3,6 +3,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -56,13 +57,16 @@ class Image {
   // Nothing outside the region has been written.
   bool gapsIntact() const {
     if (!memory_.patternIntact()) return false;
-    const uint8_t* end = memory_.data() + memory_.size();
-    for (const uint8_t* p = memory_.data(); p < end; ++p) {
-      const bool inside = p >= data_ && (p - data_) / step_ < height_ &&
-                          (p - data_) % step_ < ptrdiff_t(size_t(width_) * channels_ * sizeof(T));
-      if (!inside && *p != gapPattern) return false;
+    const auto isGap = [](const uint8_t* first, const uint8_t* last) {
+      return std::all_of(first, last, [](uint8_t byte) { return byte == gapPattern; });
+    };
+    const size_t rowSize = size_t(width_) * channels_ * sizeof(T);
+    const uint8_t* gap = memory_.data();
+    for (int32_t y = 0; y < height_; ++y) {
+      if (!isGap(gap, rowBytes(y))) return false;
+      gap = rowBytes(y) + rowSize;
     }
-    return true;
+    return isGap(gap, memory_.data() + memory_.size());
   }
 
   // All bytes, gaps included: to see that a failing call wrote nothing.

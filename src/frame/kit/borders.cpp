@@ -12,14 +12,14 @@
 struct Placement {
   QoriSize src, dst;
   int32_t top, left;
-
-  bool valid() const {
-    return !emptySize(src) && !emptySize(dst) && top >= 0 && left >= 0 && dst.width - src.width >= left &&
-           dst.height - src.height >= top;
-  }
-  int32_t right() const { return dst.width - src.width - left; }
-  int32_t bottom() const { return dst.height - src.height - top; }
 };
+
+static inline bool fits(const Placement& p) {
+  return !emptySize(p.src) && !emptySize(p.dst) && p.top >= 0 && p.left >= 0 && p.dst.width - p.src.width >= p.left &&
+         p.dst.height - p.src.height >= p.top;
+}
+
+static inline int32_t rightBorder(const Placement& p) { return p.dst.width - p.src.width - p.left; }
 
 template <size_t pixelBytes>
 static void repeatPixel(const uint8_t* pixel, uint8_t* dst, int32_t count) {
@@ -41,7 +41,7 @@ static void replicate(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t
     uint8_t* dstRow = rowAt(dst, dstStep, place.top + ptrdiff_t(y));
     repeatPixel<pixelBytes>(srcRow, dstRow, place.left);
     if (srcRow != dstRow + leftBytes) memcpy(dstRow + leftBytes, srcRow, srcBytes);
-    repeatPixel<pixelBytes>(srcRow + srcBytes - pixelBytes, dstRow + leftBytes + srcBytes, place.right());
+    repeatPixel<pixelBytes>(srcRow + srcBytes - pixelBytes, dstRow + leftBytes + srcBytes, rightBorder(place));
   }
   const size_t dstBytes = size_t(place.dst.width) * pixelBytes;
   const int32_t last = place.top + place.src.height - 1;
@@ -61,7 +61,7 @@ static void surround(const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t 
     uint8_t* dstRow = rowAt(dst, dstStep, place.top + ptrdiff_t(y));
     repeatPixel<pixelBytes>(pixel, dstRow, place.left);
     memcpy(dstRow + leftBytes, rowAt(src, srcStep, y), srcBytes);
-    repeatPixel<pixelBytes>(pixel, dstRow + leftBytes + srcBytes, place.right());
+    repeatPixel<pixelBytes>(pixel, dstRow + leftBytes + srcBytes, rightBorder(place));
   }
   for (int32_t y = end; y < place.dst.height; ++y) {
     repeatPixel<pixelBytes>(pixel, rowAt(dst, dstStep, y), place.dst.width);
@@ -72,7 +72,7 @@ static QorStatus bordersStatus(const void* src, int32_t srcStep, const void* dst
                                const Placement& place) {
   if (anyNull(src, dst)) return qorStatusNullPtr;
   if (srcStep < 1 || dstStep < 1) return qorStatusBadStep;
-  return place.valid() ? qorStatusOk : qorStatusBadSize;
+  return fits(place) ? qorStatusOk : qorStatusBadSize;
 }
 
 template <int32_t channels, class T>

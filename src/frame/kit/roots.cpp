@@ -1,7 +1,6 @@
 // Square roots of vectors. A negative element is no error but a warning, given once the whole vector is done.
 #include "frame/checks.h"
 #include "frame/kit/vectors.h"
-#include "frame/loops.h"
 
 // The root through double, rounded to float, has the bits of the correctly rounded float root: double holds more than
 // twice the digits of float. NaN elements keep their bits, signalling ones too, and the zeros their signs.
@@ -25,7 +24,6 @@ constexpr int32_t largestRoot = 32767;
 static void scaledUpRoots(const int32_t* src, int16_t* dst, int32_t len, int32_t doublings) {
   const int32_t largestSquare = largestRoot * largestRoot;
   const int32_t limit = largestSquare >> (2 * doublings);
-  QOR_INDEPENDENT
   for (int32_t i = 0; i < len; ++i) {
     const int32_t x = src[i] < 0 ? 0 : src[i];
     const int32_t scaled = x > limit ? largestSquare : x << (2 * doublings);
@@ -37,7 +35,6 @@ static void scaledUpRoots(const int32_t* src, int16_t* dst, int32_t len, int32_t
 // Roots scaled down by 2^-halvings. A tie is a root that the added half makes a whole number: it goes to the even one.
 static void scaledDownRoots(const int32_t* src, int16_t* dst, int32_t len, int32_t halvings) {
   const double scale = 1 / double(1 << halvings);
-  QOR_INDEPENDENT
   for (int32_t i = 0; i < len; ++i) {
     const double raised = __builtin_sqrt(double(src[i] < 0 ? 0 : src[i])) * scale + 0.5;
     const int32_t whole = int32_t(raised);

@@ -8,9 +8,9 @@ static constexpr ptrdiff_t longestSelection = 9;
 
 struct Segment {
   ptrdiff_t first, last;
-
-  ptrdiff_t length() const { return last - first + 1; }
 };
+
+static inline ptrdiff_t length(Segment s) { return s.last - s.first + 1; }
 
 static inline void exchange(double& a, double& b) {
   const double t = a;
@@ -64,10 +64,10 @@ QorStatus qorsSortAscend_64f_I(double* srcDst, int32_t len) {
   int32_t waiting = 0;
   Segment segment = {0, len - 1};
   for (;;) {
-    while (segment.length() > longestSelection) {
+    while (length(segment) > longestSelection) {
       const ptrdiff_t parting = partition(srcDst, segment);
       Segment larger = {segment.first, parting}, smaller = {parting + 1, segment.last};
-      if (larger.length() < smaller.length()) {
+      if (length(larger) < length(smaller)) {
         const Segment t = larger;
         larger = smaller;
         smaller = t;

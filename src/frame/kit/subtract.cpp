@@ -24,6 +24,8 @@ static QorStatus subtract(const float* src1, int32_t src1Step, const float* src2
   return qorStatusOk;
 }
 
+namespace {
+
 struct Unscaled {
   uint8_t operator()(uint8_t d) const { return d; }
 };
@@ -47,6 +49,8 @@ struct ShiftedLeft {
     return uint8_t(product < 255 ? product : 255);
   }
 };
+
+}  // namespace
 
 template <class Scaled>
 static void subtractScaled(const uint8_t* src1, int32_t src1Step, const uint8_t* src2, int32_t src2Step, uint8_t* dst,

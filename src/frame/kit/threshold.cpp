@@ -26,6 +26,8 @@ static inline float floatOf(FloatBits bits) {
   return value;
 }
 
+namespace {
+
 struct Above {
   template <class T>
   bool operator()(T pixel, T threshold) const {
@@ -39,6 +41,8 @@ struct Below {
     return pixel < threshold;
   }
 };
+
+}  // namespace
 
 // Replaces the pixels for which replaced(pixel) is true.
 template <class T, class Replaced>

@@ -53,6 +53,8 @@ static QorStatus zero(T* dst, int32_t len) {
   return qorStatusOk;
 }
 
+namespace {
+
 // The order of the operands decides ties and NaN: a wins only if it is strictly beyond b.
 struct Greater {
   template <class T>
@@ -67,6 +69,8 @@ struct Smaller {
     return a < b ? a : b;
   }
 };
+
+}  // namespace
 
 template <class Pick, class T>
 static QorStatus extremes(const T* src1, const T* src2, T* dst, int32_t len) {
