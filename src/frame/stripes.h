@@ -45,21 +45,26 @@ static inline void runStripes(int32_t height, int32_t threads, Body body) {
   });
 }
 
-// The float rule, which spreads the remainder evenly: thread t works from row t * height / teamSize + 0.5 up to the
-// next thread's first row, in float and truncated. The last thread ends at the last row, which float
-// misses in images of millions of rows.
+// The float rule, which spreads the remainder evenly: stripe t goes from row t * height / stripes + 0.5 up to the next
+// one's first row, in float and truncated. Below 2 stripes all is done in the calling thread.
+//
+// Odd: each thread does the stripe of its number and no other, so with fewer threads than stripes, by the core
+// services' count or by the runtime's, the rows of the stripes without a thread are not done at all.
 template <class Body>
-static inline void runFloatStripes(int32_t height, int32_t threads, Body body) {
-  if (threads == serial) {
+static inline void runFloatStripes(int32_t height, int32_t stripes, Body body) {
+  if (stripes < 2) {
     body(0, height);
     return;
   }
-#pragma omp parallel num_threads(threads < 1 ? 1 : threads)
+  const int32_t suggested = ownGetNumThreads(), most = suggested < stripes ? suggested : stripes;
+  const float rowsPerThread = float(height) / float(stripes);
+#pragma omp parallel num_threads(most < 1 ? 1 : most)
   {
-    const int32_t thread = owncvGetIdThreads(), teamSize = owncvGetNumThreads();
-    const float rowsPerThread = float(height) / float(teamSize);
+    const int32_t thread = owncvGetIdThreads();
     const int32_t first = int32_t(float(thread) * rowsPerThread + 0.5f);
-    const int32_t limit = thread == teamSize - 1 ? height : int32_t(float(thread + 1) * rowsPerThread + 0.5f);
+    // In images of millions of rows the rounded limit may lie beyond the last row.
+    const float limitOfStripe = float(thread + 1) * rowsPerThread + 0.5f;
+    const int32_t limit = limitOfStripe < float(height) ? int32_t(limitOfStripe) : height;
     if (first < limit) body(first, limit - first);
   }
 }

@@ -1,5 +1,6 @@
 // The version record.
 #include <gtest/gtest.h>
+#include <stddef.h>
 #include <string.h>
 
 #include <thread>

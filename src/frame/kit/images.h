@@ -71,7 +71,8 @@ enum { kitBelow = 0, kitAbove = 4 };
       (const T* src, int32_t srcStep, T* dst, int32_t dstStep, QoriSize roiSize, T threshold, T value, int32_t op))
 KIT_THRESHOLD_VAL(qoriThreshold_Val_8u_C1R, uint8_t);
 KIT_THRESHOLD_VAL(qoriThreshold_Val_16u_C1R, uint16_t);
-// Compares bit patterns as signed integers where the threshold is not negative: a NaN without sign is above any.
+// Compares bit patterns as signed integers where the threshold is not negative: a NaN without sign is above any, and
+// all with sign, -0.0 and NaN too, is below.
 KIT_THRESHOLD_VAL(qoriThreshold_Val_32f_C1R, float);
 #undef KIT_THRESHOLD_VAL
 

@@ -57,7 +57,7 @@ TEST(KitSort, LongVectors) {
   for (const int32_t len : {1000, 4096, 50001}) expectSortedInAllOrders(len, random);
 }
 
-// All orders of up to 8 elements and one more than a selection takes, with ties.
+// All orders of up to 8 elements, with ties.
 TEST(KitSort, AllPermutations) {
   for (int32_t len = 1; len <= 8; ++len) {
     std::vector<double> order;

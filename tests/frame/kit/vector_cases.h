@@ -43,7 +43,7 @@ struct VectorArgs {
   }
 };
 
-// Null pointers in order, then bad lengths. `call` may be followed by other statuses than 0 where `good` says so.
+// Null pointers in order, then bad lengths.
 inline void expectVectorStatuses(int32_t pointers, int32_t len, const std::function<QorStatus(const VectorArgs&)>& call,
                                  const std::function<std::vector<uint8_t>()>& written) {
   std::vector<Fault<VectorArgs>> faults;
