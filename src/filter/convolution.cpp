@@ -166,16 +166,13 @@ static void average5Columns16s8u(const int16_t* const* srcRows, uint8_t* dst, pt
 // The tables of stages, by RowKernel and ColumnKernel.
 
 template <class Wide, class Src, class Mid>
-static RowStage<Src, Mid> rowStage(RowKernel kernel) {
-  static constexpr RowStage<Src, Mid> stages[] = {
-      filterRows<Wide, RowOfDx3, Src, Mid>,       filterRows<Wide, RowOfScharr3, Src, Mid>,
-      filterRows<Wide, RowOfDxNeg3, Src, Mid>,    filterRows<Wide, RowOfDxNeg5, Src, Mid>,
-      filterRows<Wide, RowOfDx2_3, Src, Mid>,     filterRows<Wide, RowOfDx2_5, Src, Mid>,
-      filterRows<Wide, RowOfSobel3, Src, Mid>,    filterRows<Wide, RowOfSobel5, Src, Mid>,
-      filterRows<Wide, RowOfAverage3, Src, Mid>,  filterRows<Wide, RowOfAverage5, Src, Mid>,
-      filterRows<Wide, RowOfLaplacian3, Src, Mid>};
-  return stages[kernel];
-}
+static constexpr RowStage<Src, Mid> owntabRow[] = {
+    filterRows<Wide, RowOfDx3, Src, Mid>,       filterRows<Wide, RowOfScharr3, Src, Mid>,
+    filterRows<Wide, RowOfDxNeg3, Src, Mid>,    filterRows<Wide, RowOfDxNeg5, Src, Mid>,
+    filterRows<Wide, RowOfDx2_3, Src, Mid>,     filterRows<Wide, RowOfDx2_5, Src, Mid>,
+    filterRows<Wide, RowOfSobel3, Src, Mid>,    filterRows<Wide, RowOfSobel5, Src, Mid>,
+    filterRows<Wide, RowOfAverage3, Src, Mid>,  filterRows<Wide, RowOfAverage5, Src, Mid>,
+    filterRows<Wide, RowOfLaplacian3, Src, Mid>};
 
 static constexpr int32_t rowTapSum[] = {RowOfDx3::sum,      RowOfScharr3::sum,  RowOfDxNeg3::sum,    RowOfDxNeg5::sum,
                                         RowOfDx2_3::sum,    RowOfDx2_5::sum,    RowOfSobel3::sum,    RowOfSobel5::sum,
@@ -208,9 +205,8 @@ static constexpr ColumnStage<int16_t, int8_t> owntabColumn_8u8s[] = {
     columns16s8s<ColumnOfSobelNeg3>, columns16s8s<ColumnOfSobelNeg5>, columns16s8s<ColumnOfSobelNeg3>,
     columns16s8s<ColumnOfSobelNeg5>};
 
-static ColumnStage<int16_t, uint8_t> columnStage8u(ColumnKernel kernel) {
-  return kernel == columnAverage3 ? average3Columns16s8u : average5Columns16s8u;
-}
+// From columnAverage3 on.
+static constexpr ColumnStage<int16_t, uint8_t> owntabColumn_8u[] = {average3Columns16s8u, average5Columns16s8u};
 
 // The element of a row of filtered constants.
 static float constantRow(float value, int32_t tapSum) { return float(tapSum) * value; }
@@ -254,7 +250,7 @@ static void filterConvolution(const Src* src, int32_t srcStep, Dst* dst, int32_t
   Mid* ring = edgeRows + taps * rowStride;
   for (int32_t i = 0; i < ringRows; ++i) rows[taps + i] = rows[taps + ringRows + i] = ring + i * rowStride;
 
-  const RowStage<Src, Mid> rowStageOf = rowStage<Wide, Src, Mid>(kernels.row);
+  const RowStage<Src, Mid> rowStageOf = owntabRow<Wide, Src, Mid>[kernels.row];
   const RowEdges<Src> edges = rowEdges(width, half, mode, borderValue);
   const auto filterRowsFrom = [&](const Src* from, Mid* const* to, int32_t count) {
     rowStageOf(from, srcStep, to, count, edges, plane);
@@ -357,6 +353,6 @@ void ownFilterConvolution_8u(const uint8_t* src, int32_t srcStep, uint8_t* dst, 
                              KernelPair kernels, QoriBorderType borderType, uint8_t borderValue, int32_t divisor,
                              uint8_t* buffer, const uint8_t* image, QoriSize imageSize) {
   filterConvolution<int32_t, uint8_t, int16_t>(src, srcStep, dst, dstStep, roiSize, kernels,
-                                               columnStage8u(kernels.column), borderType, borderValue, divisor, buffer,
-                                               image, imageSize);
+                                               owntabColumn_8u[kernels.column - columnAverage3], borderType,
+                                               borderValue, divisor, buffer, image, imageSize);
 }
