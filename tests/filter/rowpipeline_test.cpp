@@ -210,7 +210,8 @@ TYPED_TEST(RowPipeline, EveryLengthAnchorAndBorder) {
           RowWork<TypeParam> work = anyWork<TypeParam>(random, kernelSize);
           work.xAnchor = xAnchor;
           work.borderType = borderType;
-          ASSERT_EQ(anyImageDifference(work, width, int32_t(random.number(1, 3)), random), "");
+          const int32_t height = random.chance(0.8) ? 1 : 3;
+          ASSERT_EQ(anyImageDifference(work, width, height, random), "");
         }
       }
     }
@@ -239,7 +240,7 @@ TYPED_TEST(RowPipeline, EveryDivisor) {
 
 TYPED_TEST(RowPipeline, ManyRows) {
   Random random(44);
-  for (int32_t i = 0; i < 60; ++i) {
+  for (int32_t i = 0; i < 30; ++i) {
     const RowWork<TypeParam> work = anyWork<TypeParam>(random, int32_t(random.number(1, 9)));
     ASSERT_EQ(anyImageDifference(work, random.width(70), int32_t(random.number(10, 60)), random), "");
   }
@@ -519,20 +520,20 @@ TYPED_TEST(RowPipeline, ExactScratchForAnyNumberOfThreads) {
     // So many threads that the region is a small one.
     services::threads(60);
     ASSERT_EQ(run(work, src, serial), qorStatusOk);
-    for (const int32_t team : {threads, 100}) {
-      services::maxThreads = threads;
-      services::teamSize = team;
-      services::cores = 2;
-      Rows<Result> rows(size.width * TypeParam::channels, size.height, Place::scattered, random);
-      const Scratch scratch =
-          scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
-      ASSERT_EQ(run(work, src, rows.pointers(), scratch), qorStatusOk);
-      ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
-      ASSERT_TRUE(rows.gapsIntact());
-      for (int32_t r = 0; r < size.height; ++r) {
-        ASSERT_TRUE(rows.sameBytes(r, serial))
-            << threads << " threads, team " << team << ", row " << r << ", " << text(work);
-      }
+    // More than are allowed every other time: the team is held to what there is scratch for.
+    const int32_t team = threads % 2 ? INT32_MAX : threads;
+    services::maxThreads = threads;
+    services::teamSize = team;
+    services::cores = 2;
+    Rows<Result> rows(size.width * TypeParam::channels, size.height, Place::scattered, random);
+    const Scratch scratch =
+        scratchFor<TypeParam>(size, kernelSize, random.chance(0.5) ? size_t(random.number(1, 63)) : 0);
+    ASSERT_EQ(run(work, src, rows.pointers(), scratch), qorStatusOk);
+    ASSERT_TRUE(scratch.intact()) << threads << " threads, team " << team;
+    ASSERT_TRUE(rows.gapsIntact());
+    for (int32_t r = 0; r < size.height; ++r) {
+      ASSERT_TRUE(rows.sameBytes(r, serial))
+          << threads << " threads, team " << team << ", row " << r << ", " << text(work);
     }
   }
 }
