@@ -69,7 +69,7 @@ def main():
     header = f"{'function':44} {'case':40} {'size':10} " + " ".join(f"{level:>8}" for level in times)
     lines = [header + f" {best + '/v1':>7} {'threads':>8} {'target':>8}"]
     missed = 0
-    for function, case, size, threads in times[best]:
+    for function, case, size, threads in sorted(times[best]):
         if threads != "one" or function == "copy":
             continue
         copies = {level: t[function, case, size, "one"] / t["copy", "", size, "one"] for level, t in times.items()}

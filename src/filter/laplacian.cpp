@@ -63,7 +63,7 @@ static void laplacian5x5Through16Bits(const FilterCall<uint8_t, int8_t>& stripe,
   for (int32_t y = 0; y < stripe.roiSize.height; ++y) {
     const int16_t* sumsRow = sums + y * rowLength;
     int8_t* row = rowAt(stripe.dst, stripe.dstStep, y);
-    for (int32_t x = 0; x < stripe.roiSize.width; ++x) row[x] = ending(sumsRow[x]);
+    forElements(stripe.roiSize.width, [=](ptrdiff_t x) { row[x] = ending(sumsRow[x]); });
   }
 }
 
