@@ -4,7 +4,7 @@
 using fuzz::Arguments;
 
 // Threads start at 262144 pixels.
-static QoriSize sizeForThreads(Arguments& a) { return a.chance(2) ? QoriSize{512, 513} : a.size(); }
+static QoriSize sizeForThreads(Arguments& a) { return a.chance(1) ? QoriSize{512, 513} : a.size(); }
 
 template <class T, class Function>
 static void addAbsDiff(const char* name, Function function, int32_t channels = 1) {
