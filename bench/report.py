@@ -21,7 +21,7 @@ def run(bench, library_dir, out_file, pattern):
     command = [bench, f"--benchmark_filter={pattern}", "--benchmark_min_time=0.02",
                f"--benchmark_repetitions={REPETITIONS}", "--benchmark_enable_random_interleaving=true",
                f"--benchmark_out={out_file}", "--benchmark_out_format=json"]
-    env = dict(os.environ, LD_LIBRARY_PATH=library_dir, OMP_WAIT_POLICY="active")
+    env = dict(os.environ, LD_LIBRARY_PATH=library_dir)
     subprocess.run(command, env=env, check=True, stdout=subprocess.DEVNULL)
     times = {}
     with open(out_file) as f:
