@@ -56,6 +56,9 @@ std::shared_ptr<GuardedMemory> Arguments::guarded(int64_t bytes) {
 
 }  // namespace fuzz
 
+// The runtime keeps its threads' records until the end of the program.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libomp\n"; }
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   fuzz::Arguments arguments(bytes, size);
   services::reset();
