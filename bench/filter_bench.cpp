@@ -48,7 +48,7 @@ static void addRows(const char* name, int channels, Stage stage, Size bufferSize
     auto kernel = std::make_shared<std::vector<Tap>>(taps, Tap(1));
     auto buffer = std::make_shared<std::vector<uint8_t>>(
         bench::scratch([=](int32_t* bytes) { return bufferSize(size, taps, bytes); }));
-    return [=] {
+    return [=, heldByPointers = dst] {
       CHECK_CALL(stage(src->data(), src->step(), rows->data(), size, kernel->data(), taps, taps / 2, qorBorderMirror,
                        border, divisor..., buffer->data()));
     };
@@ -69,7 +69,7 @@ static void addColumns(const char* name, int channels, Stage stage, Size bufferS
     auto kernel = std::make_shared<std::vector<Tap>>(taps, Tap(1));
     auto buffer = std::make_shared<std::vector<uint8_t>>(
         bench::scratch([=](int32_t* bytes) { return bufferSize(size, taps, bytes); }));
-    return [=] {
+    return [=, heldByPointers = src] {
       CHECK_CALL(stage(rows->data(), dst->data(), dst->step(), size, kernel->data(), taps, divisor..., buffer->data()));
     };
   });
