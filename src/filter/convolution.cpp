@@ -17,6 +17,8 @@
 static constexpr int32_t blockRows = 16;
 static constexpr int32_t mostTaps = 5;
 
+namespace {
+
 // How the row stage sees the image: a row's width, and the pixels beyond its ends as columns of the row.
 template <class Src>
 struct RowEdges {
@@ -26,6 +28,8 @@ struct RowEdges {
 
   Src pixel(const Src* row, int32_t column) const { return column == constantPixel ? constant : row[column]; }
 };
+
+}  // namespace
 
 template <class Src>
 static RowEdges<Src> rowEdges(int32_t width, int32_t half, QoriBorderType mode, Src constant) {
@@ -214,6 +218,8 @@ static int16_t constantRow(uint8_t value, int32_t tapSum) {
   return int16_t(std::clamp<int32_t>(tapSum * value, INT16_MIN, INT16_MAX));
 }
 
+namespace {
+
 // A walk over the rows beyond an edge in the mirror modes: `row`, then one further from the edge with each next().
 struct MirroredRows {
   int32_t row, step;
@@ -229,6 +235,8 @@ struct MirroredRows {
     row += repeatsEdge ? step : 2 * step;
   }
 };
+
+}  // namespace
 
 template <class Wide, class Src, class Mid, class Dst>
 static void filterConvolution(const Src* src, int32_t srcStep, Dst* dst, int32_t dstStep, QoriSize roiSize,

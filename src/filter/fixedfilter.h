@@ -9,6 +9,8 @@
 #include "filter/convolution.h"
 #include "frame/frame.h"
 
+namespace {
+
 // One call, or one thread's stripe of it.
 template <class SrcType, class DstType>
 struct FilterCall {
@@ -27,6 +29,8 @@ struct FilterCall {
 
   int32_t taps() const { return maskSize == qorMaskSize5x5 ? 5 : 3; }
 };
+
+}  // namespace
 
 // Scratch of one thread: bytes for each column of the image (its width rounded up to 16) and a constant, for either
 // mask. The stages' own sizes, which depend on the height, come on top. The constants of three functions differ from

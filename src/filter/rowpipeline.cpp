@@ -37,12 +37,16 @@ struct RowArguments {
   uint8_t* buffer;
 };
 
+namespace {
+
 // Scratch of one thread in bytes, for a kernel of a given length. It has to hold a piece of extended row of up to
 // 2 * (kernelSize - 1) pixels, at a 32-byte boundary.
 struct RowScratch {
   int32_t eachTap, base;
   int32_t perThread(int32_t kernelSize) const { return eachTap * kernelSize + base; }
 };
+
+}  // namespace
 
 static constexpr RowScratch scratch32fC1 = {128, 64}, scratch32fC3 = {192, 32};
 static constexpr RowScratch scratch16sC1 = {48, 80}, scratch16sC3 = {28, 32};
