@@ -41,8 +41,11 @@ extern "C" {
 QORAPI(const QorLibraryVersion*, qorcvGetLibVersion, (void));
 
 #include "qorcvmx/arith.h"
+#include "qorcvmx/detect.h"
 #include "qorcvmx/feature.h"
 #include "qorcvmx/filter.h"
+#include "qorcvmx/motion.h"
+#include "qorcvmx/stats.h"
 
 #ifdef __cplusplus
 }

@@ -52,6 +52,9 @@ struct Image {
 
 using Image8u = Image<uint8_t>;
 using Image16s = Image<int16_t>;
+using Image32s = Image<int32_t>;
+using Image32f = Image<float>;
+using Image64f = Image<double>;
 
 }  // namespace tour
 

@@ -137,8 +137,8 @@ static Section visit(const Picture& picture, const fs::path& out) {
     station.visit(picture, wall);
     Room room{&station, station.input == Input::colour ? section.file : gray, {}};
     for (const Exhibit& exhibit : wall) {
-      room.exhibits.push_back({exhibit.label, exhibit.code, exhibit.times, exhibit.visible.scale,
-                               write(exhibit.label.file, exhibit.visible.image)});
+      const std::string file = exhibit.table.empty() ? write(exhibit.label.file, exhibit.visible.image) : "";
+      room.exhibits.push_back({exhibit.label, exhibit.code, exhibit.times, exhibit.visible.scale, file, exhibit.table});
     }
     std::printf("%zu results\n", room.exhibits.size());
     section.rooms.push_back(std::move(room));

@@ -53,6 +53,11 @@ h3 { margin: 34px 0 0; font-size: 1.25rem; }
 .wall { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(100%, 340px), 1fr)); gap: 18px; }
 figure { display: flex; flex-direction: column; min-width: 0; margin: 0; overflow: hidden; border: 1px solid var(--line);
   border-radius: 10px; background: var(--card); }
+figure.wide { grid-column: 1 / -1; }
+.scroll { overflow-x: auto; padding: 10px 14px 0; }
+table { border-collapse: collapse; font-size: 0.93rem; font-variant-numeric: tabular-nums; }
+th, td { padding: 4px 14px 4px 0; border-bottom: 1px solid var(--line); text-align: right; white-space: nowrap; }
+th:first-child { text-align: left; font-weight: 400; color: var(--quiet); }
 figure.before { background: var(--before); }
 figure img { display: block; width: 100%; max-width: 100%; height: auto; }
 figcaption { display: flex; flex: 1; flex-direction: column; gap: 8px; padding: 12px 14px 14px; }
@@ -161,9 +166,27 @@ static std::string codeHtml(const std::string& statement) {
   return html;
 }
 
+static std::string tableHtml(const Table& table) {
+  std::string html = "<div class=\"scroll\"><table>\n";
+  for (size_t y = 0; y < table.size(); ++y) {
+    html += "<tr>";
+    for (size_t x = 0; x < table[y].size(); ++x) {
+      const std::string tag = y == 0 ? "th scope=\"col\"" : x == 0 ? "th scope=\"row\"" : "td";
+      html += "<" + tag + ">" + escaped(table[y][x]) + "</" + tag.substr(0, 2) + ">";
+    }
+    html += "</tr>\n";
+  }
+  return html + "</table></div>\n";
+}
+
 static std::string figure(const Section& section, const Shown& shown) {
-  std::string html = "<figure>\n<a href=\"" + shown.file + "\">" +
-                     imageTag(section, shown.file, shown.label.title + ": " + section.name) + "</a>\n<figcaption>\n";
+  std::string html;
+  if (shown.table.empty()) {
+    html += "<figure>\n<a href=\"" + shown.file + "\">" +
+            imageTag(section, shown.file, shown.label.title + ": " + section.name) + "</a>\n<figcaption>\n";
+  } else {
+    html += "<figure class=\"wide\">\n" + tableHtml(shown.table) + "<figcaption>\n";
+  }
   html += "<h4>" + escaped(shown.label.title) + "</h4>\n<p>" + escaped(shown.label.caption) + "</p>\n";
   if (!shown.scale.empty()) html += "<p class=\"scale\">" + escaped(shown.scale) + "</p>\n";
   html += "<pre>";

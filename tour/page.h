@@ -15,7 +15,8 @@ struct Shown {
   std::vector<std::string> code;
   Times times;
   std::string scale;
-  std::string file;  // relative to the page
+  std::string file;  // relative to the page; empty where there is a table
+  Table table = {};
 };
 
 struct Room {

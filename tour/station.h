@@ -26,23 +26,28 @@ struct Label {
   std::string caption;
 };
 
-// A result on the page.
+// Rows of cells; the first row and the first column are headings.
+using Table = std::vector<std::vector<std::string>>;
+
+// A result on the page: a picture, or a table.
 struct Exhibit {
   Label label;
   std::vector<std::string> code;
   Times times;
   Visible visible;
+  Table table = {};
 };
 
 using Wall = std::vector<Exhibit>;
+
+// The steps as lines of C.
+std::vector<std::string> codeOf(const std::vector<Step>& steps);
 
 // Runs the steps, takes their time, and hangs what they left in `result`, made visible by `show`.
 template <class T, class Show>
 void hang(Wall& wall, const Label& label, const std::vector<Step>& steps, const Image<T>& result, Show show) {
   const Times times = measure(steps, result);
-  std::vector<std::string> code;
-  for (const Step& step : steps) code.push_back(step.code.back() == '}' ? step.code : step.code + ";");
-  wall.push_back({label, code, times, show(result)});
+  wall.push_back({label, codeOf(steps), times, show(result)});
 }
 
 enum class Input { gray, colour };
@@ -64,6 +69,9 @@ void visitSmoothing(const Picture& picture, Wall& wall);
 void visitOwnKernels(const Picture& picture, Wall& wall);
 void visitColour(const Picture& picture, Wall& wall);
 void visitEdges(const Picture& picture, Wall& wall);
+void visitStatistics(const Picture& picture, Wall& wall);
+void visitContrast(const Picture& picture, Wall& wall);
+void visitBackground(const Picture& picture, Wall& wall);
 
 }  // namespace tour
 

@@ -3,6 +3,12 @@
 
 namespace tour {
 
+std::vector<std::string> codeOf(const std::vector<Step>& steps) {
+  std::vector<std::string> code;
+  for (const Step& step : steps) code.push_back(step.code.back() == '}' ? step.code : step.code + ";");
+  return code;
+}
+
 const std::vector<Station>& stations() {
   static const std::vector<Station> route = {
       {"slopes", "Slopes",
@@ -26,6 +32,19 @@ const std::vector<Station>& stations() {
        "and follows it as long as it stays above the low one. The slopes come from the negative vertical and the "
        "horizontal Sobel filters; the times are those of the detector alone.",
        Input::gray, visitEdges},
+      {"statistics", "Statistics",
+       "What can be said of a picture in numbers, whole, under a mask, or channel by channel.", Input::gray,
+       visitStatistics},
+      {"contrast", "Local contrast",
+       "Integral images hold the sum of all pixels above and to the left of each, so that the sum over any window "
+       "takes "
+       "four of them, whatever its size. With a second one, of the squares, each window tells how much its pixels "
+       "deviate from their mean.",
+       Input::gray, visitContrast},
+      {"background", "Background and motion",
+       "24 frames made from the picture: grain, different in each, and a bright disc that crosses from left to right. "
+       "Running sums in float images tell what stays and what changes.",
+       Input::gray, visitBackground},
   };
   return route;
 }

@@ -67,12 +67,24 @@ Visible signedAsGray(const Image16s& image) {
   return visible;
 }
 
-Visible amplified(const Image8u& image) {
+template <class T>
+static Visible amplifiedFromZero(const Image<T>& image) {
   std::vector<float> sizes;
-  forEach(image, [&](int32_t, int32_t, uint8_t value) { sizes.push_back(value); });
+  forEach(image, [&](int32_t, int32_t, T value) { sizes.push_back(value); });
   const double end = upperEnd(std::move(sizes));
   Visible visible{Image8u(image.width, image.height, image.channels), fromZero(end)};
-  forEach(image, [&](int32_t x, int32_t y, uint8_t value) { visible.image.row(y)[x] = level(value * 255 / end); });
+  forEach(image, [&](int32_t x, int32_t y, T value) {
+    visible.image.row(y)[x] = level(static_cast<double>(value) * 255 / end);
+  });
+  return visible;
+}
+
+Visible amplified(const Image8u& image) { return amplifiedFromZero(image); }
+Visible amplified(const Image32f& image) { return amplifiedFromZero(image); }
+
+Visible asGray(const Image32f& image) {
+  Visible visible{Image8u(image.width, image.height), ""};
+  forEach(image, [&](int32_t x, int32_t y, float value) { visible.image.row(y)[x] = level(value); });
   return visible;
 }
 

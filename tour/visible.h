@@ -26,6 +26,12 @@ Visible signedAsGray(const Image16s& image);
 // Zero as black, made lighter so that small values show.
 Visible amplified(const Image8u& image);
 
+// The same of floats.
+Visible amplified(const Image32f& image);
+
+// Floats from 0 to 255 as they are, rounded.
+Visible asGray(const Image32f& image);
+
 // The length of the vector (dx, dy), zero as black.
 Visible lengthAsGray(const Image16s& dx, const Image16s& dy);
 

@@ -38,3 +38,8 @@ static inline int32_t runomp() {
 static inline int32_t runsepomp(int32_t kernelSize) {
   return kernelSize == 3 || kernelSize == 5 ? runomp() : runomp() | 1;
 }
+
+// What a relative result is whose denominator is 0.
+constexpr double qorConstantOfNAN_64f = __builtin_nan("");
+constexpr double qorConstantOfINF_64f = __builtin_inf();
+constexpr double qorConstantOfINF_NEG_64f = -__builtin_inf();

@@ -4,11 +4,17 @@
 // A frame works in the same way from inside a parallel region of the caller's.
 #pragma once
 
+#include "frame/checks.h"
 #include "frame/kit/vectors.h"
 #include "frame/services.h"
 
 // In place of a team size: work in the calling thread, without a parallel region.
 constexpr int32_t serial = 0;
+
+// The gate of many families: so many pixels for each thread that may be used. All in 32 bits, which wrap.
+static inline bool enoughPixels(QoriSize size, int32_t pixelsPerThread) {
+  return pixels(size) >= owncvGetMaxNumThreads() * pixelsPerThread;
+}
 
 // The share of one thread.
 struct Stripe {

@@ -59,18 +59,22 @@ expect_refusal() {
   return 0
 }
 
-# The photographs: three thumbnails, and rooms of 31, 31 and 36 pictures.
+# The photographs: three thumbnails, and rooms of 41, 41 and 46 pictures.
 expect_exit 0 --out "$work/photos" "$photos"/camera.png "$photos"/coins.png "$photos"/chelsea.png &&
-  check_page "$work/photos" 101
+  check_page "$work/photos" 131
 for name in camera.png coins.png chelsea.png; do
   grep -q "^\[./3\] $name" "$work/stdout" || fail "no progress on $name"
 done
 grep -q "$work/photos/index.html" "$work/stdout" || fail "the tour does not say where the page is"
 for call in qoriFilterSobelHorizBorder_8u16s_C1R qoriFilterSobelVertBorder_8u16s_C1R qoriFilterScharrHorizBorder_8u16s_C1R \
   qoriFilterLaplacianBorder_8u16s_C1R qoriFilterLowpassBorder_8u_C1R qoriFilterRowBorderPipeline_8u16s_C3R \
-  qoriFilterColumnPipeline_16s8u_C3R qoriAbsDiff_8u_C1R qoriCanny_16s8u_C1R; do
+  qoriFilterColumnPipeline_16s8u_C3R qoriAbsDiff_8u_C1R qoriCanny_16s8u_C1R qoriMinMaxIndx_8u_C1R \
+  qoriRectStdDev_32s32f_C1R qoriTiltedSqrIntegral_8u32s64f_C1R qoriAddWeighted_8u32f_C1IMR \
+  qoriUpdateMotionHistory_8u32f_C1IR; do
   grep -q "$call(" "$work/photos/index.html" || fail "$call is not on the page"
 done
+# The table: the mean of the grey picture and of a channel are numbers.
+[ "$(grep -c '<th scope="row">Mean</th><td>[0-9]' "$work/photos/index.html")" -eq 3 ] || fail "no table of statistics"
 # Each result shows something: a picture of one grey level shrinks to next to nothing.
 for file in "$work"/photos/*/*.png; do
   [ "$(stat -c %s "$file")" -gt 1500 ] || fail "$file is blank"
