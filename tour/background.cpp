@@ -124,7 +124,7 @@ void visitBackground(const Picture& picture, Wall& wall) {
              deviation.row(y)[x] = std::sqrt(std::max(0.0f, squares.row(y)[x] / frameCount - mean * mean));
            }
          }
-         return amplified(deviation);
+         return fromZeroAsGray(deviation);
        });
 
   hang(

@@ -28,7 +28,7 @@ void visitContrast(const Picture& picture, Wall& wall) {
     const QoriRect rect = {0, 0, side, side};
     hang(wall, label,
          {integral, TOUR_STEP(qoriRectStdDev_32s32f_C1R(sum, sumStep, sqr, sqrStep, dst, dstStep, windows, rect))},
-         result, [](const Image32f& image) { return amplified(image); });
+         result, fromZeroAsGray);
   };
   upright({"deviation-5", "Deviation in 5×5 windows", "Edges and fine texture are light, whatever their brightness."},
           5);
@@ -43,13 +43,16 @@ void visitContrast(const Picture& picture, Wall& wall) {
   Image32f result(roiSize.width, roiSize.height);
   float* dst = result.row(side) + side;
   const int32_t dstStep = result.step();
-  const QoriRect rect = {side, 0, side, side};
+  // The window opens to the left of its top corner, so the first one starts that far into the planes.
+  const QoriRect rect = {0, 0, side, side};
+  const int32_t* corner = sum + side;
+  const double* sqrCorner = sqr + side;
   hang(wall,
        {"deviation-tilted", "Deviation in tilted windows",
         "Windows of 9×9 steps along the diagonals, standing on a corner, from sums over cones that open upwards."},
        {TOUR_STEP(qoriTiltedSqrIntegral_8u32s64f_C1R(src, srcStep, sum, sumStep, sqr, sqrStep, roiSize, 0, 0.0)),
-        TOUR_STEP(qoriTiltedRectStdDev_32s32f_C1R(sum, sumStep, sqr, sqrStep, dst, dstStep, windows, rect))},
-       result, [](const Image32f& image) { return amplified(image); });
+        TOUR_STEP(qoriTiltedRectStdDev_32s32f_C1R(corner, sumStep, sqrCorner, sqrStep, dst, dstStep, windows, rect))},
+       result, fromZeroAsGray);
 }
 
 }  // namespace tour

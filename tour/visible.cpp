@@ -80,7 +80,7 @@ static Visible amplifiedFromZero(const Image<T>& image) {
 }
 
 Visible amplified(const Image8u& image) { return amplifiedFromZero(image); }
-Visible amplified(const Image32f& image) { return amplifiedFromZero(image); }
+Visible fromZeroAsGray(const Image32f& image) { return amplifiedFromZero(image); }
 
 Visible asGray(const Image32f& image) {
   Visible visible{Image8u(image.width, image.height), ""};

@@ -27,7 +27,7 @@ Visible signedAsGray(const Image16s& image);
 Visible amplified(const Image8u& image);
 
 // The same of floats.
-Visible amplified(const Image32f& image);
+Visible fromZeroAsGray(const Image32f& image);
 
 // Floats from 0 to 255 as they are, rounded.
 Visible asGray(const Image32f& image);

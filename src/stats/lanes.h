@@ -22,6 +22,9 @@ static inline Doubles rotated(Doubles x) {
                                  (n + 6) & 7, (n + 7) & 7);
 }
 
+// The sign bits of the lanes, the first one lowest.
+static inline uint32_t signsOf(Doubles x) { return _mm512_movepi64_mask(_mm512_castpd_si512(x)); }
+
 typedef __m512 Floats;
 static inline Floats loaded(const float* values) { return _mm512_loadu_ps(values); }
 // Lane by lane b, unless a is less (greater): where one of them is NaN the result is b.
@@ -57,6 +60,8 @@ static inline Doubles rotated(Doubles x) {
   return __builtin_shufflevector(x, x, n & 3, (n + 1) & 3, (n + 2) & 3, (n + 3) & 3);
 }
 
+static inline uint32_t signsOf(Doubles x) { return uint32_t(_mm256_movemask_pd(x)); }
+
 typedef __m256 Floats;
 static inline Floats loaded(const float* values) { return _mm256_loadu_ps(values); }
 static inline Floats lesser(Floats a, Floats b) { return _mm256_min_ps(a, b); }
@@ -89,6 +94,8 @@ template <int n>
 static inline Doubles rotated(Doubles x) {
   return __builtin_shufflevector(x, x, n & 1, (n + 1) & 1);
 }
+
+static inline uint32_t signsOf(Doubles x) { return uint32_t(_mm_movemask_pd(x)); }
 
 typedef __m128 Floats;
 static inline Floats loaded(const float* values) { return _mm_loadu_ps(values); }

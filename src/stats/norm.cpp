@@ -72,7 +72,8 @@ static void widenToMagnitudes(float& greatest, const float* values, int32_t coun
 
 // Of floats, the second block may be missing. In line, for GCC 12 to see that the blocks are never empty.
 template <Norm norm>
-__attribute__((always_inline)) static inline void addBlock(Measure& measure, int32_t&, const float* a, const float* b, int32_t count) {
+__attribute__((always_inline)) static inline void addBlock(Measure& measure, int32_t&, const float* a, const float* b,
+                                                           int32_t count) {
   float differences[blockPixels];
   if (b) {
     for (ptrdiff_t x = 0; x < count; ++x) differences[x] = a[x] - b[x];

@@ -2,17 +2,19 @@
 //
 // A chain of additions total = round(total + term) waits for each addition to end. But while the total stays between
 // two powers of 2 its last bit has a fixed weight, `unit`, and adding a term adds the multiple of `unit` nearest to it,
-// whatever the total is; only a term halfway between two multiples is rounded by the total's own last bit. So for a
-// block of terms:
+// whatever the total is. So for a block of terms:
 //
 //   1. round each term to a multiple of `unit`, by adding and subtracting 1.5 times the power of 2;
-//   2. sum the rounded terms and their magnitudes: multiples of `unit`, so exact in any order;
-//   3. where no term was halfway, and the magnitudes cannot take the total out of its interval, that sum is what the
-//      chain adds. It is so too where no term had to be rounded, the total is a multiple of `unit`, and everything
-//      stays below the upper power of 2: then every sum on the way is exact.
+//   2. sum the rounded terms and bound their magnitudes: multiples of `unit`, so the sum is exact in any order;
+//   3. where the magnitudes cannot take the total out of its interval, that sum is what the chain adds, but for ties:
+//      terms halfway between two multiples go to the one that makes the total even, which needs to know whether it was
+//      odd. Step 1 took it for even; where it was odd, the tie goes the other way.
+//
+// The sum is right too where no term had to be rounded, the total is a multiple of `unit`, and everything stays below
+// the upper power of 2: then every sum on the way is exact.
 //
 // Otherwise the block goes through the chain. That happens while a sum is young and where it passes a power of 2, in
-// sums with a NaN or an infinity, in blocks of terms halfway, and where a sum of mixed signs stays small.
+// sums with a NaN or an infinity, and where a sum of mixed signs stays small.
 #pragma once
 
 #include <float.h>
@@ -65,6 +67,37 @@ static inline double largestMagnitude(const Doubles* streamsOfIt) {
   return largerMagnitude(x, rotated<1>(x))[0];
 }
 
+// What the ties of a block add to the sum of the rounded terms.
+template <class Term>
+static inline double correctionOfTies(double total, const float* values, ptrdiff_t count, Term term, double shifter,
+                                      double halfUnit) {
+  uint64_t odd;  // in the lowest bit, whether the total is an odd multiple of `unit`
+  memcpy(&odd, &total, sizeof odd);
+  double correction = 0.0;
+  Bits untied = {};  // lowest bits: whether the terms since the last tie make the total odd or even
+  for (ptrdiff_t i = 0; i < count; i += doublesAtOnce) {
+    const Doubles exact = term(widened(values + i)), shifted = exact + shifter, error = exact - (shifted - shifter);
+    uint32_t ties = signsOf(Doubles(Bits(magnitudeOf(error)) == Bits(Doubles{} + halfUnit)));
+    if (ties == 0) {
+      untied ^= Bits(shifted);
+      continue;
+    }
+    odd += uint32_t(__builtin_popcount(signsOf(Doubles(untied << 63))));
+    untied = Bits{};
+    uint32_t odds = signsOf(Doubles(Bits(shifted) << 63));
+    const uint32_t negatives = signsOf(error);
+    for (; ties != 0; ties &= ties - 1) {
+      const uint32_t tie = ties & -ties, before = tie - 1;
+      odd += uint32_t(__builtin_popcount(odds & before));
+      if (odd & 1) correction += negatives & tie ? -2 * halfUnit : 2 * halfUnit;
+      odd = 0;  // a tie leaves the total even
+      odds &= ~(before | tie);
+    }
+    odd += uint32_t(__builtin_popcount(odds));
+  }
+  return correction;
+}
+
 // Adds the terms of a block of `count` values if their sum can be had without the chain.
 template <Terms signs, class Term>
 static inline bool addAtOnce(OrderedSum& sum, const float* values, ptrdiff_t count, Term term) {
@@ -95,12 +128,19 @@ static inline bool addAtOnce(OrderedSum& sum, const float* values, ptrdiff_t cou
   // A NaN fails each of these comparisons: it reaches the sums, if not the errors.
   sum.reach = magnitudes < highest ? magnitudes : 0.0;
   if (!(magnitudes < power / 2)) return false;  // the rounding of step 1 held
-  const bool below = size + magnitudes < 2 * power;
-  const bool aboveToo = signs == Terms::neverNegative ? size >= power : size - magnitudes > power;
-  const bool sameUnit = below && aboveToo && error < halfUnit;
-  const bool allExact = below && error == 0.0 && (size >= power || (power + size) - power == size);
-  if (!sameUnit && !allExact) return false;
-  sum.total += blockSum;
+  // Ties move the total by up to one unit each.
+  const double slack = error == halfUnit ? 2 * halfUnit * double(count) : 0.0;
+  const bool below = size + magnitudes + slack < 2 * power;
+  const bool aboveToo = signs == Terms::neverNegative ? size >= power : size - magnitudes - slack > power;
+  if (below && error == 0.0 && (size >= power || (power + size) - power == size)) {
+    sum.total += blockSum;
+  } else if (below && aboveToo && error < halfUnit) {
+    sum.total += blockSum;
+  } else if (below && aboveToo && error == halfUnit) {
+    sum.total += blockSum + correctionOfTies(sum.total, values, count, term, shifter, halfUnit);
+  } else {
+    return false;
+  }
   return true;
 }
 

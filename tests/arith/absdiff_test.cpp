@@ -441,7 +441,7 @@ TEST_F(AbsDiff, theGateOfThreeChannelsCountsElements) {
   EXPECT_FALSE(forksOn(qoriAbsDiff_8u_C3R, 3, {87381, 1}));
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef QOR_TEST_UNDER_SANITIZERS
 // 65536 x 32768 pixels, all mapped to the same megabyte.
 TEST_F(AbsDiff, aPixelCountThatWrapsGoesTheSerialWay) {
   constexpr size_t chunk = 1 << 20, chunks = 2048;

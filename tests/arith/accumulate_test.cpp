@@ -617,7 +617,7 @@ TEST_F(Accumulate, exactly262144PixelsAreThreaded) {
   EXPECT_FALSE(forksOn(members8u[0], {511, 513}));
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef QOR_TEST_UNDER_SANITIZERS
 // 65536 x 32768 pixels. The accumulator is one chunk of memory mapped again and again, so each of its pixels collects
 // the source as often as there are chunks.
 TEST_F(Accumulate, aPixelCountThatWrapsGoesTheSerialWay) {

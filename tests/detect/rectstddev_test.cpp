@@ -482,7 +482,7 @@ TEST_F(Deviations, theTiltedAreaIsADoubleIn32fOnly) {
   free(sqr);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef QOR_TEST_UNDER_SANITIZERS
 // A window of 65536 x 32768: eight cells of gigabytes that are never touched.
 TEST_F(Deviations, theAreaWraps) {
   const QoriRect rect = {0, 0, 65536, 32768};

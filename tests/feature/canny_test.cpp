@@ -18,7 +18,7 @@
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef QOR_TEST_UNDER_SANITIZERS
 constexpr int32_t thorough = 1;
 #else
 constexpr int32_t thorough = 8;

@@ -521,7 +521,7 @@ TEST_F(Mean, insideAParallelRegionTheTeamIsOne) {
   for (const std::string& result : results) EXPECT_EQ(result, "");
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#ifndef QOR_TEST_UNDER_SANITIZERS
 // 65536 x 32768 pixels, all mapped to the same megabyte: their number is -2^31, and the mean is negative.
 TEST_F(Mean, aPixelCountThatWrapsIsNegative) {
   constexpr size_t chunk = 1 << 20, chunks = 2048;

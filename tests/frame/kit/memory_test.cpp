@@ -79,7 +79,7 @@ void expectWideSize(T* (*allocate)(int32_t), int32_t len) {
 }
 
 TEST_F(KitMemory, ByteCountDoesNotWrap) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef QOR_TEST_UNDER_SANITIZERS
   GTEST_SKIP() << "the sanitizer would need an eighth of these blocks in real memory";
 #endif
   expectWideSize(qorsMalloc_8u, std::numeric_limits<int32_t>::max());
