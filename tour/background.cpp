@@ -13,14 +13,14 @@ static double discRadius(const Image8u& picture) {
   return std::max(2.0, 0.12 * std::min(picture.width, picture.height));
 }
 
-// The picture with grain of its own in each frame, and a disc that crosses it.
+// The picture with grain of its own in each frame, and a disc that comes in on the left and crosses it.
 static std::vector<Image8u> makeFrames(const Image8u& picture) {
   std::vector<Image8u> frames;
   std::mt19937 random(1);
   const double radius = discRadius(picture), middle = 0.55 * picture.height;
   for (int32_t i = 0; i < frameCount; ++i) {
     Image8u frame = picture;
-    const double centre = (i + 0.5) * picture.width / frameCount;
+    const double centre = (picture.width + 2 * radius) * i / frameCount - radius;
     for (int32_t y = 0; y < frame.height; ++y) {
       for (int32_t x = 0; x < frame.width; ++x) {
         const double grain = static_cast<double>(random() % 17) - 8;
