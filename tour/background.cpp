@@ -130,8 +130,9 @@ void visitBackground(const Picture& picture, Wall& wall) {
   hang(
       wall,
       {"motion-history", "Motion history",
-       "White where something moves in the last frame, darker the longer ago it moved, black after 16 frames without "
-       "motion. The silhouettes come from the tour."},
+       "White where something moves in the last frame, darker the longer ago it moved; after 16 frames without "
+       "motion a pixel is cleared, and the picture shows dimly. The silhouettes and the dim picture come from the "
+       "tour."},
       {
         TOUR_FRAMES(
             clear, const uint8_t* silhouette = silhouettes[i].data();
@@ -140,8 +141,14 @@ void visitBackground(const Picture& picture, Wall& wall) {
       },
       accumulator,
       [&](const Image32f& history) {
-        Image32f recent = history;
-        for (float& stamp : recent.store) stamp = stamp == 0.0f ? 0.0f : (stamp - (frameCount - 17)) * 15;
+        Image32f recent(roiSize.width, roiSize.height);
+        for (int32_t y = 0; y < roiSize.height; ++y) {
+          for (int32_t x = 0; x < roiSize.width; ++x) {
+            const float stamp = history.row(y)[x];
+            recent.row(y)[x] =
+                stamp == 0.0f ? static_cast<float>(picture.gray.row(y)[x]) / 4 : 85 + (stamp - (frameCount - 17)) * 10;
+          }
+        }
         return asGray(recent);
       });
 }

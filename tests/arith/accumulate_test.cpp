@@ -1,8 +1,6 @@
 // Accumulators: every function against a literal model.
 //
-// All members are called through one record of arguments, those of one source with src1 alone. Whether a call opened a
-// parallel region is read from the threads that the runtime keeps after it.
-#include <dirent.h>
+// All members are called through one record of arguments, those of one source with src1 alone.
 #include <gtest/gtest.h>
 #include <math.h>
 #include <stdlib.h>
@@ -10,11 +8,10 @@
 #include <unistd.h>
 
 #include <limits>
-#include <set>
-#include <thread>
 
 #include "support/image.h"
 #include "support/random.h"
+#include "support/regions.h"
 #include "support/services.h"
 #include "support/statuses.h"
 
@@ -246,30 +243,11 @@ float after(const std::vector<Member<T>>& members, Formula formula, bool masked,
 bool isPlusZero(float f) { return f == 0 && !signbit(f); }
 bool isMinusZero(float f) { return f == 0 && signbit(f); }
 
-std::set<int> threadIds() {
-  std::set<int> ids;
-  DIR* tasks = opendir("/proc/self/task");
-  if (!tasks) abort();
-  while (const dirent* entry = readdir(tasks)) {
-    if (entry->d_name[0] != '.') ids.insert(atoi(entry->d_name));
-  }
-  closedir(tasks);
-  return ids;
-}
-
-// Whether the call opens a parallel region. The runtime keeps the threads of a region, so that new ones are there after
-// it: the caller is a fresh thread, which has none to use again, and each question is for a larger team than the last.
+// Whether the call opens a parallel region where two threads may be used.
 template <class Call>
 bool forks(Call call) {
-  static int32_t team = 41;
-  services::threads(++team);
-  bool forked = false;
-  std::thread([&] {
-    const std::set<int> before = threadIds();
-    call();
-    for (int id : threadIds()) forked = forked || !before.count(id);
-  }).join();
-  return forked;
+  services::threads(2);
+  return requestedTeam(call) != 0;
 }
 
 template <class T>

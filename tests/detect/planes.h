@@ -10,6 +10,7 @@
 
 #include "support/image.h"
 #include "support/random.h"
+#include "support/regions.h"
 #include "support/services.h"
 #include "support/statuses.h"
 
@@ -70,9 +71,6 @@ std::string wrongPlane(const Image<T>& image, const Plane<T>& model) {
   if (!image.gapsIntact()) return "wrote outside the region";
   return difference(image, [&](int32_t x, int32_t y, int32_t) { return model.at(x, y); });
 }
-
-// The size of the team that the call asks the OpenMP runtime for; 0 if it opens no parallel region.
-int32_t teamOf(const std::function<void()>& call);
 
 // ---- Plane builders
 
@@ -161,7 +159,7 @@ int32_t builderTeam(Integral<Cell> function) {
   const QoriSize size = {600, 500};
   const Image<uint8_t> src(size.width, size.height);
   const Image<Cell> dst(size.width + 2, size.height + 2);
-  return teamOf(
+  return requestedTeam(
       [&] { EXPECT_EQ(function(src.data(), src.step(), dst.data(), dst.step(), size, Cell(0)), qorStatusOk); });
 }
 template <class Cell, class Square>
@@ -171,7 +169,7 @@ int32_t builderTeam(SqrIntegral<Cell, Square> function) {
   const Image<uint8_t> src(size.width + 1, size.height);
   const Image<Cell> dst(size.width + 2, size.height + 2);
   const Image<Square> sqr(size.width + 2, size.height + 2);
-  return teamOf([&] {
+  return requestedTeam([&] {
     EXPECT_EQ(
         function(src.data(), src.step(), dst.data(), dst.step(), sqr.data(), sqr.step(), size, Cell(0), Square(0)),
         qorStatusOk);

@@ -1,31 +1,7 @@
 // Window deviations: every function against its formula, with the widths and the order of each operation spelled out.
-#include <dlfcn.h>
 #include <sys/mman.h>
 
 #include "detect/planes.h"
-
-// The runtime's entries through which a team's size is asked for, GCC's and Clang's: noted here on their way. What the
-// runtime then gives is its own affair, and it may use threads again, so counting threads would say less.
-static int32_t requestedTeam;
-
-extern "C" {
-void GOMP_parallel(void (*body)(void*), void* data, unsigned threads, unsigned flags) {
-  requestedTeam = int32_t(threads);
-  reinterpret_cast<void (*)(void (*)(void*), void*, unsigned, unsigned)>(dlsym(RTLD_NEXT, "GOMP_parallel"))(
-      body, data, threads, flags);
-}
-void __kmpc_push_num_threads(void* location, int32_t thread, int32_t threads) {
-  requestedTeam = threads;
-  reinterpret_cast<void (*)(void*, int32_t, int32_t)>(dlsym(RTLD_NEXT, "__kmpc_push_num_threads"))(location, thread,
-                                                                                                   threads);
-}
-}
-
-int32_t teamOf(const std::function<void()>& call) {
-  requestedTeam = 0;
-  call();
-  return requestedTeam;
-}
 
 namespace {
 
@@ -382,7 +358,7 @@ int32_t teamFor(Function function, QoriSize size) {
   const Image<Cell> src(size.width + 8, size.height + 8);
   const Image<Square> sqr(size.width + 8, size.height + 8);
   const Image<Result> dst(size.width, size.height);
-  return teamOf([&] {
+  return requestedTeam([&] {
     const DeviationArguments<Cell, Square, Result> a = {src.data() + 2, src.step(), sqr.data() + 2, sqr.step(),
                                                         dst.data(),     dst.step(), size,           {0, 0, 2, 2}};
     EXPECT_EQ(callWith(function, a), qorStatusOk);

@@ -16,6 +16,7 @@
 
 #include "support/image.h"
 #include "support/random.h"
+#include "support/regions.h"
 #include "support/services.h"
 #include "support/statuses.h"
 
@@ -334,13 +335,11 @@ struct Flat {
   }
 };
 
-// Whether the call gave its team of 33 threads a block of memory for their parts, which is never done for less.
+// Whether the call opens a parallel region.
 template <class Call>
 bool forks(Call call) {
-  services::teamSize = 33;
-  const int64_t before = services::allocations();
-  call();
-  return services::allocations() != before;
+  services::teamSize = 2;
+  return requestedTeam(call) != 0;
 }
 
 // Expects the member to take threads exactly where its gate says so, around all gates that there are.

@@ -18,8 +18,8 @@ struct Fault {
 };
 
 // Expects call(good) to be a success, call with each fault to give its status, and call with each pair of faults (in
-// different arguments) to give the status of the one that stands first in `faults`, which is in the order of the checks.
-// `written` returns all bytes that a call could write; a failing call must leave them as they are.
+// different arguments) to give the status of the one that stands first in `faults`, which is in the order of the
+// checks. `written` returns all bytes that a call could write; a failing call must leave them as they are.
 template <class Args>
 void expectStatuses(const Args& good, const std::vector<Fault<Args>>& faults,
                     const std::function<QorStatus(const Args&)>& call,
