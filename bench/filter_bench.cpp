@@ -1,4 +1,4 @@
-// Linear filters.
+// Linear and rank filters.
 #include <memory>
 
 #include "support/bench.h"
@@ -75,6 +75,23 @@ static void addColumns(const char* name, int channels, Stage stage, Size bufferS
   });
 }
 
+// A minimum or maximum filter with a square mask and its anchor in the middle.
+template <class T, class Filter, class Size>
+static void addExtreme(const char* name, int channels, Filter filter, Size bufferSize, int32_t length) {
+  const std::string square = std::to_string(length) + "x" + std::to_string(length);
+  bench::add(name, square + ", centre", [=](QoriSize size) {
+    const QoriSize mask = {length, length};
+    auto src = std::make_shared<Picture<T>>(bench::noise<T>(size, channels));
+    auto dst = std::make_shared<Picture<T>>(size, channels);
+    auto buffer = std::make_shared<std::vector<uint8_t>>(
+        bench::scratch([=](int32_t* bytes) { return bufferSize(size.width, mask, bytes); }));
+    return [=] {
+      CHECK_CALL(filter(src->data(), src->step(), dst->data(), dst->step(), size, mask, {length / 2, length / 2},
+                        buffer->data()));
+    };
+  });
+}
+
 static const bool added = [] {
 #define ADD_FIXED(name)                                                                                 \
   addFixed<uint8_t, int16_t>("qoriFilter" #name "Border_8u16s_C1R", qoriFilter##name##Border_8u16s_C1R, \
@@ -130,5 +147,23 @@ static const bool added = [] {
     ADD_COLUMNS(32f, float, float, float)
 #undef ADD_COLUMNS
   }
+
+#define ADD_EXTREME(name, form, channels, T, length)                                      \
+  addExtreme<T>("qoriFilter" #name "BorderReplicate_" #form "_C" #channels "R", channels, \
+                qoriFilter##name##BorderReplicate_##form##_C##channels##R,                \
+                qoriFilter##name##GetBufferSize_##form##_C##channels##R, length);
+#define ADD_EXTREMES(...)       \
+  ADD_EXTREME(Max, __VA_ARGS__) \
+  ADD_EXTREME(Min, __VA_ARGS__)
+  for (const int32_t length : {3, 5, 8, 15, 41}) {
+    ADD_EXTREMES(8u, 1, uint8_t, length)
+    ADD_EXTREMES(32f, 1, float, length)
+  }
+  ADD_EXTREMES(8u, 3, uint8_t, 5)
+  ADD_EXTREMES(8u, 4, uint8_t, 5)
+  ADD_EXTREMES(32f, 3, float, 5)
+  ADD_EXTREMES(32f, 4, float, 5)
+#undef ADD_EXTREMES
+#undef ADD_EXTREME
   return true;
 }();

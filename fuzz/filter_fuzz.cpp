@@ -1,4 +1,4 @@
-// Linear filters.
+// Linear and rank filters.
 #include "support/fuzz.h"
 #include "support/services.h"
 
@@ -99,6 +99,28 @@ static void addColumns(const std::string& name, int32_t channels, Query query, C
   });
 }
 
+// Minimum and maximum filters: masks of all proportions, now and then of lengths that no image has.
+template <class T, class Query, class Filter>
+static void addExtreme(const std::string& name, int32_t channels, Query query, Filter filter) {
+  fuzz::add(name, [=](Arguments& a) {
+    const QoriSize size = a.size();
+    const auto src = a.image<T>(size, channels);
+    const auto dst = a.image<T>(size, channels);
+    const auto length = [&] {
+      if (a.chance(3)) return a.number(1, std::numeric_limits<int32_t>::max());
+      return a.number(1, a.chance(80) ? 20 : 700);
+    };
+    QoriSize mask = {length(), length()};
+    const QoriPoint anchor = {a.orAnything(a.number(0, mask.width - 1)), a.orAnything(a.number(0, mask.height - 1))};
+    // A size that has wrapped may be negative or far too large to be there; such a call gets none.
+    int32_t bytes = 0;
+    query(size.width, mask, &bytes);
+    const auto buffer = a.guarded(bytes > 1 << 24 ? 0 : bytes);
+    filter(src.data, src.step, dst.data, dst.step, a.spoiled(size), a.spoiled(mask), anchor, a.orNull(buffer->data()));
+    query(a.value<int32_t>(), {a.value<int32_t>(), a.value<int32_t>()}, a.orNull(&bytes));
+  });
+}
+
 #define ADD_FIXED(name, Src, Dst, form, ...)                                                                     \
   addFixed<Src, Dst>("qoriFilter" #name "Border_" #form "_C1R", qoriFilter##name##GetBufferSize_##form##_C1R,    \
                      [](Arguments& a, const Src* src, int32_t srcStep, Dst* dst, int32_t dstStep, QoriSize size, \
@@ -158,6 +180,18 @@ static void addColumns(const std::string& name, int32_t channels, Query query, C
   ADD_COLUMNS_OF(1, __VA_ARGS__) \
   ADD_COLUMNS_OF(3, __VA_ARGS__)
 
+#define ADD_EXTREME(name, form, channels, T)                                              \
+  addExtreme<T>("qoriFilter" #name "BorderReplicate_" #form "_C" #channels "R", channels, \
+                qoriFilter##name##GetBufferSize_##form##_C##channels##R,                  \
+                qoriFilter##name##BorderReplicate_##form##_C##channels##R);
+#define ADD_EXTREMES(form, T)  \
+  ADD_EXTREME(Max, form, 1, T) \
+  ADD_EXTREME(Max, form, 3, T) \
+  ADD_EXTREME(Max, form, 4, T) \
+  ADD_EXTREME(Min, form, 1, T) \
+  ADD_EXTREME(Min, form, 3, T) \
+  ADD_EXTREME(Min, form, 4, T)
+
 static const bool added = [] {
   ADD_ALL_FIXED(SobelHoriz)
   ADD_ALL_FIXED(SobelVert)
@@ -179,6 +213,8 @@ static const bool added = [] {
   ADD_COLUMNS(16s8s, int16_t, int8_t, int16_t, a.value<int32_t>())
   ADD_COLUMNS(16s8u, int16_t, uint8_t, int16_t, a.value<int32_t>())
   ADD_COLUMNS(Low_16s, int16_t, int16_t, int16_t, a.value<int32_t>())
+  ADD_EXTREMES(8u, uint8_t)
+  ADD_EXTREMES(32f, float)
 
   fuzz::add("qoriGenSobelKernel", [](Arguments& a) {
     const int32_t size = a.number(1, 63);

@@ -44,6 +44,7 @@ QORAPI(const QorLibraryVersion*, qorcvGetLibVersion, (void));
 #include "qorcvmx/detect.h"
 #include "qorcvmx/feature.h"
 #include "qorcvmx/filter.h"
+#include "qorcvmx/morph.h"
 #include "qorcvmx/motion.h"
 #include "qorcvmx/stats.h"
 

@@ -72,6 +72,7 @@ void visitEdges(const Picture& picture, Wall& wall);
 void visitStatistics(const Picture& picture, Wall& wall);
 void visitContrast(const Picture& picture, Wall& wall);
 void visitBackground(const Picture& picture, Wall& wall);
+void visitMorphology(const Picture& picture, Wall& wall);
 
 }  // namespace tour
 

@@ -32,6 +32,11 @@ const std::vector<Station>& stations() {
        "and follows it as long as it stays above the low one. The slopes come from the negative vertical and the "
        "horizontal Sobel filters; the times are those of the detector alone.",
        Input::gray, visitEdges},
+      {"morphology", "Morphology",
+       "Extremes over a neighbourhood of any shape, here a disc of 9 pixels, alone and in chains; and reconstruction, "
+       "which "
+       "lets a marker grow under a picture until nothing changes any more.",
+       Input::gray, visitMorphology},
       {"statistics", "Statistics",
        "What can be said of a picture in numbers, whole, under a mask, or channel by channel.", Input::gray,
        visitStatistics},

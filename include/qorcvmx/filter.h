@@ -359,3 +359,80 @@ QORAPI(QorStatus, qoriFilterLowpassGetBufferSize_8u_C1R,
 QORAPI(QorStatus, qoriGenSobelKernel_16s, (int16_t * kernel, int32_t kernelSize, int32_t order, int32_t sign));
 QORAPI(QorStatus, qoriGenSobelKernel_32f, (float* kernel, int32_t kernelSize, int32_t order, int32_t sign));
 /**@}*/
+
+/**
+ * Minimum and maximum filters: each pixel becomes the smallest or largest value under a rectangle of `maskSize` pixels
+ * whose pixel `anchor` (from its top left corner) lies on it.
+ *
+ * The rectangle is cut off at the edges of the region, which for an extreme is the same as repeating the edge pixels.
+ * Nothing outside the region is read. The mask may be larger than the region. C3 and C4 forms treat each channel alone,
+ * the fourth too. Extremes are those of the plain comparison: where a float image holds NaN, what comes out nearby is
+ * not defined. These functions use the calling thread only.
+ *
+ * `buffer` has the size that the form's GetBufferSize function reports for this mask and at least this width. `dst` may
+ * not overlap `src`.
+ *
+ * Statuses, in this order: qorStatusNullPtr (src, dst, buffer); qorStatusBadSize (roiSize); qorStatusBadMask (maskSize
+ * below 1); qorStatusBadAnchor (anchor outside the mask); qorStatusBadStep (srcStep), qorStatusBadStepAlign (srcStep,
+ * 32f), then the same for dstStep.
+ */
+/**@{*/
+QORAPI(QorStatus, qoriFilterMaxBorderReplicate_8u_C1R,
+       (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMaxBorderReplicate_8u_C3R,
+       (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMaxBorderReplicate_8u_C4R,
+       (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMaxBorderReplicate_32f_C1R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMaxBorderReplicate_32f_C3R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMaxBorderReplicate_32f_C4R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMinBorderReplicate_8u_C1R,
+       (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMinBorderReplicate_8u_C3R,
+       (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMinBorderReplicate_8u_C4R,
+       (const uint8_t* src, int32_t srcStep, uint8_t* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMinBorderReplicate_32f_C1R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMinBorderReplicate_32f_C3R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+QORAPI(QorStatus, qoriFilterMinBorderReplicate_32f_C4R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, QoriSize maskSize,
+        QoriPoint anchor, uint8_t* buffer));
+/**@}*/
+
+/**
+ * Scratch size in bytes of a minimum or maximum filter for a region of up to `width` pixels a row and a mask of
+ * `maskSize`, stored in `bufferSize`: 2 * h * (width * bytes of a pixel + 32) + 4 * h * 8 + 32, with h as the mask's
+ * height. It is taken in 32 bits and wraps without a status.
+ *
+ * Statuses: qorStatusNullPtr (bufferSize); qorStatusBadSize (width below 1); qorStatusBadMask (maskSize below 1).
+ */
+/**@{*/
+QORAPI(QorStatus, qoriFilterMaxGetBufferSize_8u_C1R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMaxGetBufferSize_8u_C3R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMaxGetBufferSize_8u_C4R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMaxGetBufferSize_32f_C1R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMaxGetBufferSize_32f_C3R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMaxGetBufferSize_32f_C4R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMinGetBufferSize_8u_C1R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMinGetBufferSize_8u_C3R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMinGetBufferSize_8u_C4R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMinGetBufferSize_32f_C1R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMinGetBufferSize_32f_C3R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+QORAPI(QorStatus, qoriFilterMinGetBufferSize_32f_C4R, (int32_t width, QoriSize maskSize, int32_t* bufferSize));
+/**@}*/

@@ -91,6 +91,14 @@ enum {
   qorMaskSize5x5 = 55  /**< 5 by 5 */
 };
 
+/** Neighbourhood of a pixel, passed as int32_t. Each function says which of them it takes. */
+enum {
+  qorNormInf = 0, /**< the 8 pixels around it */
+  qorNormL1 = 1,  /**< the 4 pixels beside, above and below it */
+  qorNormL2 = 2,  /**< the 8 pixels, at their Euclidean distances */
+  qorNormFM = 3   /**< as fast marching has it */
+};
+
 /** Version record of the library, see qorcvGetLibVersion(). */
 typedef struct {
   int32_t major;

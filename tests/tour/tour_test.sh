@@ -59,9 +59,9 @@ expect_refusal() {
   return 0
 }
 
-# The photographs: three thumbnails, and rooms of 41, 41 and 46 pictures.
+# The photographs: three thumbnails, and rooms of 49, 49 and 54 pictures.
 expect_exit 0 --out "$work/photos" "$photos"/camera.png "$photos"/coins.png "$photos"/chelsea.png &&
-  check_page "$work/photos" 131
+  check_page "$work/photos" 155
 for name in camera.png coins.png chelsea.png; do
   grep -q "^\[./3\] $name" "$work/stdout" || fail "no progress on $name"
 done
@@ -70,7 +70,8 @@ for call in qoriFilterSobelHorizBorder_8u16s_C1R qoriFilterSobelVertBorder_8u16s
   qoriFilterLaplacianBorder_8u16s_C1R qoriFilterLowpassBorder_8u_C1R qoriFilterRowBorderPipeline_8u16s_C3R \
   qoriFilterColumnPipeline_16s8u_C3R qoriAbsDiff_8u_C1R qoriCanny_16s8u_C1R qoriMinMaxIndx_8u_C1R \
   qoriRectStdDev_32s32f_C1R qoriTiltedSqrIntegral_8u32s64f_C1R qoriAddWeighted_8u32f_C1IMR \
-  qoriUpdateMotionHistory_8u32f_C1IR; do
+  qoriUpdateMotionHistory_8u32f_C1IR qoriMorphTophatBorder_8u_C1R qoriFilterMaxBorderReplicate_8u_C1R \
+  qoriMorphReconstructErode_8u_C1IR; do
   grep -q "$call(" "$work/photos/index.html" || fail "$call is not on the page"
 done
 # The table: the mean of the grey picture and of a channel are numbers.
