@@ -17,7 +17,7 @@ REPETITIONS = 5
 
 
 def run(bench, library_dir, out_file, pattern):
-    """Runs one process on one level; returns {(function, case, size, threads): shortest time in ns}."""
+    """Runs one process on one level; returns {(function, case, size, threads): shortest time in ns} and facts."""
     command = [bench, f"--benchmark_filter={pattern}", "--benchmark_min_time=0.02",
                f"--benchmark_repetitions={REPETITIONS}", "--benchmark_enable_random_interleaving=true",
                f"--benchmark_out={out_file}", "--benchmark_out_format=json"]
@@ -25,13 +25,15 @@ def run(bench, library_dir, out_file, pattern):
     subprocess.run(command, env=env, check=True, stdout=subprocess.DEVNULL)
     times = {}
     with open(out_file) as f:
-        for entry in json.load(f)["benchmarks"]:
-            if entry["run_type"] != "iteration":
-                continue
-            key = tuple(entry["name"].removesuffix("/real_time").split("|"))
-            scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[entry["time_unit"]]
-            times[key] = min(times.get(key, float("inf")), entry["real_time"] * scale)
-    return times
+        data = json.load(f)
+    for entry in data["benchmarks"]:
+        if entry["run_type"] != "iteration":
+            continue
+        key = tuple(entry["name"].removesuffix("/real_time").split("|"))
+        scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[entry["time_unit"]]
+        times[key] = min(times.get(key, float("inf")), entry["real_time"] * scale)
+    facts = {key.removeprefix("fact "): text for key, text in data["context"].items() if key.startswith("fact ")}
+    return times, facts
 
 
 def read_targets(path):
@@ -62,7 +64,7 @@ def main():
             print(f"this machine has no level {level}", file=sys.stderr)
             continue
         print(f"measuring level {level} ...", file=sys.stderr)
-        times[level] = run(bench, os.path.join(pinned, level), os.path.join(out_dir, f"{level}.json"), pattern)
+        times[level], facts = run(bench, os.path.join(pinned, level), os.path.join(out_dir, f"{level}.json"), pattern)
     targets = read_targets(targets_file)
     best = list(times)[-1]
 
@@ -84,6 +86,10 @@ def main():
     with open(os.path.join(out_dir, "table.txt"), "w") as f:
         f.write("\n".join(lines) + "\n")
     print("\n".join(lines))
+    measured = {function for function, *_ in times[best]}
+    for function, fact in facts.items():
+        if function in measured:
+            print(f"{function}: {fact}")
     for size in ("640x480", "1920x1080"):
         print(f"one copy at {size}: {times[best]['copy', '', size, 'one'] / 1000:.1f} us")
     print(f"{missed} targets missed" if missed else "no target missed")

@@ -93,6 +93,10 @@ void add(const std::string& function, const std::string& variant,
   }
 }
 
+void tell(const std::string& function, const std::string& fact) {
+  benchmark::AddCustomContext("fact " + function, fact);
+}
+
 }  // namespace bench
 
 // The unit of the report: a plain copy of width x height bytes.

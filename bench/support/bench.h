@@ -45,4 +45,7 @@ std::vector<uint8_t> scratch(Query query) {
 void add(const std::string& function, const std::string& variant,
          std::function<std::function<void()>(QoriSize)> prepare);
 
+// Something about a function that the report prints below its table.
+void tell(const std::string& function, const std::string& fact);
+
 }  // namespace bench
