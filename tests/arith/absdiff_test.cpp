@@ -9,8 +9,7 @@
 
 #include <limits>
 
-#include "support/image.h"
-#include "support/random.h"
+#include "support/any_image.h"
 #include "support/regions.h"
 #include "support/services.h"
 #include "support/statuses.h"
@@ -83,12 +82,10 @@ V anyConstant(Random& random) {
   }
 }
 
-// An image with a random gap, against an unmapped page on a random side, often at an odd address.
 template <class T>
-struct AnyImage : Image<T> {
-  AnyImage(Random& random, int32_t width, int32_t height, int32_t channels)
-      : Image<T>(width, height, channels, int32_t(random.number(0, 3)), random.chance(0.5) ? Edge::begin : Edge::end,
-                 random.chance(0.5) ? size_t(random.number(1, 5)) : 0) {
+struct NoisyImage : AnyImage<T> {
+  NoisyImage(Random& random, int32_t width, int32_t height, int32_t channels)
+      : AnyImage<T>(random, {width, height}, channels) {
     this->fill([&] { return anyPixel<T>(random); });
   }
 };
@@ -126,8 +123,8 @@ std::string wrongTeam(const std::vector<int32_t>& teams, Image<T>& dst, Call cal
 template <class T>
 std::string wrongTwoImages(TwoImages<T> function, int32_t channels, Random& random, int32_t width, int32_t height,
                            int32_t place = 0, const std::vector<int32_t>& teams = {}) {
-  const AnyImage<T> src1(random, width, height, channels), src2(random, width, height, channels);
-  AnyImage<T> own(random, width, height, channels);
+  const NoisyImage<T> src1(random, width, height, channels), src2(random, width, height, channels);
+  NoisyImage<T> own(random, width, height, channels);
   const std::vector<uint8_t> bytes1 = src1.bytes(), bytes2 = src2.bytes();
   const Image<T>& dst = place == 1 ? src1 : place == 2 ? src2 : static_cast<const Image<T>&>(own);
   std::vector<T> expected;
@@ -151,8 +148,8 @@ std::string wrongTwoImages(TwoImages<T> function, int32_t channels, Random& rand
 template <class T, class V>
 std::string wrongConstant(ImageAndConstant<T, V> function, Random& random, int32_t width, int32_t height,
                           bool inPlace = false, const std::vector<int32_t>& teams = {}) {
-  const AnyImage<T> src(random, width, height, 1);
-  AnyImage<T> own(random, width, height, 1);
+  const NoisyImage<T> src(random, width, height, 1);
+  NoisyImage<T> own(random, width, height, 1);
   const V value = anyConstant<V>(random);
   const std::vector<uint8_t> bytes = src.bytes();
   const Image<T>& dst = inPlace ? static_cast<const Image<T>&>(src) : own;

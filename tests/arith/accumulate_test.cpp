@@ -9,8 +9,7 @@
 
 #include <limits>
 
-#include "support/image.h"
-#include "support/random.h"
+#include "support/any_image.h"
 #include "support/regions.h"
 #include "support/services.h"
 #include "support/statuses.h"
@@ -146,18 +145,15 @@ uint8_t anyMask(Random& random) {
   return random.pick(telling);
 }
 
-// An image with a random gap, against an unmapped page on a random side, often at an odd address.
 template <class T>
-struct AnyImage : Image<T> {
-  AnyImage(Random& random, QoriSize size)
-      : Image<T>(size.width, size.height, 1, int32_t(random.number(0, 3)), random.chance(0.5) ? Edge::begin : Edge::end,
-                 random.chance(0.5) ? size_t(random.number(1, 5)) : 0) {
+struct NoisyImage : AnyImage<T> {
+  NoisyImage(Random& random, QoriSize size) : AnyImage<T>(random, size) {
     this->fill([&] { return anyPixel<T>(random); });
   }
 };
 
-struct AnyMask : AnyImage<uint8_t> {
-  AnyMask(Random& random, QoriSize size) : AnyImage<uint8_t>(random, size) {
+struct AnyMask : NoisyImage<uint8_t> {
+  AnyMask(Random& random, QoriSize size) : NoisyImage<uint8_t>(random, size) {
     fill([&] { return anyMask(random); });
   }
 };
@@ -206,9 +202,9 @@ std::string wrong(const Member<T>& member, const Image<T>& src1, const Image<T>&
 
 template <class T>
 std::string wrongOnAny(const Member<T>& member, Random& random, QoriSize size) {
-  const AnyImage<T> src1(random, size), src2(random, size);
+  const NoisyImage<T> src1(random, size), src2(random, size);
   const AnyMask mask(random, size);
-  AnyImage<float> srcDst(random, size);
+  NoisyImage<float> srcDst(random, size);
   return wrong<T>(member, src1, src2, mask, srcDst, anyAlpha(random));
 }
 
@@ -351,9 +347,9 @@ TEST_F(Accumulate, aFloatSourceMayBeTheAccumulator) {
     const QoriSize size = {random.width(300), int32_t(random.number(1, 4))};
     for (const Member<float>& member : members32f) {
       for (const int place : {1, 2, 3}) {
-        const AnyImage<float> src(random, size);
+        const NoisyImage<float> src(random, size);
         const AnyMask mask(random, size);
-        AnyImage<float> srcDst(random, size);
+        NoisyImage<float> srcDst(random, size);
         const Image<float>& src1 = place & 1 ? srcDst : src;
         const Image<float>& src2 = place & 2 ? srcDst : src;
         const float alpha = anyAlpha(random);
@@ -440,10 +436,10 @@ TEST_F(Accumulate, aFullMaskIsNoMask) {
       if constexpr (std::is_same_v<typename std::decay_t<decltype(plain)>::Pixel, T>) {
         if (plain.masked || plain.formula != masked.formula) return;
         const QoriSize size = {300, 20};
-        const AnyImage<T> src1(random, size), src2(random, size);
+        const NoisyImage<T> src1(random, size), src2(random, size);
         AnyMask mask(random, size);
         mask.fill([&] { return uint8_t(random.number(1, 255)); });
-        AnyImage<float> srcDst(random, size);
+        NoisyImage<float> srcDst(random, size);
         // Save for the sign of zero, which a product of integers does not have.
         srcDst.fill([&] { return random.value<float>(); });
         Image<float> other(size.width, size.height);
@@ -666,7 +662,7 @@ TEST_F(AddWeightedOutOfPlace, matchesTheModel) {
   Random random(6);
   for (int round = 0; round < 400; ++round) {
     const QoriSize size = {random.width(300), int32_t(random.number(1, 4))};
-    const AnyImage<float> src1(random, size), src2(random, size), own(random, size);
+    const NoisyImage<float> src1(random, size), src2(random, size), own(random, size);
     const Image<uint8_t> noMask(1, 1);
     for (const Image<float>* dst : {static_cast<const Image<float>*>(&own), static_cast<const Image<float>*>(&src1)}) {
       const float alpha = anyAlpha(random);

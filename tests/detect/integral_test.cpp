@@ -58,8 +58,8 @@ void fillPixels(Image<uint8_t>& src, Random& random) {
 
 template <class Cell>
 std::string wrongSums(Integral<Cell> function, Random& random, QoriSize size, Cell val) {
-  AnyImage<uint8_t> src(random, size.width, size.height);
-  AnyImage<Cell> dst(random, size.width + 1, size.height + 1);
+  AnyImage<uint8_t> src(random, size);
+  AnyImage<Cell> dst(random, {size.width + 1, size.height + 1});
   fillPixels(src, random);
   dst.fill([&] { return anyCell<Cell>(random); });
   const std::vector<uint8_t> before = src.bytes();
@@ -72,9 +72,9 @@ std::string wrongSums(Integral<Cell> function, Random& random, QoriSize size, Ce
 
 template <class Cell, class Square>
 std::string wrongSums(SqrIntegral<Cell, Square> function, Random& random, QoriSize size, Cell val, Square valSqr) {
-  AnyImage<uint8_t> src(random, size.width, size.height);
-  AnyImage<Cell> dst(random, size.width + 1, size.height + 1);
-  AnyImage<Square> sqr(random, size.width + 1, size.height + 1);
+  AnyImage<uint8_t> src(random, size);
+  AnyImage<Cell> dst(random, {size.width + 1, size.height + 1});
+  AnyImage<Square> sqr(random, {size.width + 1, size.height + 1});
   fillPixels(src, random);
   dst.fill([&] { return anyCell<Cell>(random); });
   sqr.fill([&] { return anyCell<Square>(random); });

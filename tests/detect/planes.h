@@ -8,20 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "support/image.h"
-#include "support/random.h"
+#include "support/any_image.h"
 #include "support/regions.h"
 #include "support/services.h"
 #include "support/statuses.h"
-
-// An image with a random gap of at least `leastGap` elements, against an unmapped page on a random side, often at an
-// odd address. It holds zeros.
-template <class T>
-struct AnyImage : Image<T> {
-  AnyImage(Random& random, int32_t width, int32_t height, int32_t leastGap = 0)
-      : Image<T>(width, height, 1, leastGap + int32_t(random.number(0, 3)),
-                 random.chance(0.5) ? Edge::begin : Edge::end, random.chance(0.5) ? size_t(random.number(1, 7)) : 0) {}
-};
 
 // A double with any bits, or one with the values of a float, the special ones often.
 inline double anyDouble(Random& random) {

@@ -143,7 +143,7 @@ Layout layoutOf(bool tilted, QoriSize size, QoriRect r) {
 template <class T>
 Cells<T> cellsFor(Random& random, const Layout& layout) {
   const int32_t leastGap = layout.reach > layout.columns ? layout.reach - layout.columns : 0;
-  return {AnyImage<T>(random, layout.columns, layout.rows, leastGap), layout.left};
+  return {AnyImage<T>(random, {layout.columns, layout.rows}, 1, leastGap), layout.left};
 }
 
 // 0: as from a picture: growing sums; 1: small numbers; 2: large ones; 3: anything.
@@ -192,7 +192,7 @@ std::string wrongDeviation(Function function, Random& random, QoriSize size, Qor
   const Layout layout = layoutOf(std::is_same_v<Corners<Cell>, Tilted<Cell>>, size, rect);
   Cells<Cell> src = cellsFor<Cell>(random, layout);
   Cells<Square> sqr = cellsFor<Square>(random, layout);
-  AnyImage<Result> dst(random, size.width, size.height);
+  AnyImage<Result> dst(random, size);
   fillCells(src, random, random.number(0, 3));
   fillCells(sqr, random, random.number(0, 3));
   dst.fill([&] { return anyCell<Result>(random); });

@@ -102,8 +102,8 @@ void fillBefore(Image<T>& image, Random& random) {
 
 template <class Cell>
 std::string wrongSums(Integral<Cell> function, Random& random, QoriSize size, Cell val) {
-  AnyImage<uint8_t> src(random, size.width, size.height);
-  AnyImage<Cell> dst(random, size.width + 2, size.height + 2);
+  AnyImage<uint8_t> src(random, size);
+  AnyImage<Cell> dst(random, {size.width + 2, size.height + 2});
   src.fill([&] { return random.value<uint8_t>(); });
   fillBefore(dst, random);
   Plane<Cell> model = contents(dst);
@@ -120,9 +120,9 @@ template <class Cell, class Square>
 std::string wrongSums(SqrIntegral<Cell, Square> function, Random& random, QoriSize size, Cell val, Square valSqr) {
   // The 8u32s pair reads one pixel past each row, which is the last before the unmapped page.
   constexpr bool readsPast = std::is_same_v<Cell, int32_t> && std::is_same_v<Square, int32_t>;
-  AnyImage<uint8_t> src(random, size.width + readsPast, size.height);
-  AnyImage<Cell> dst(random, size.width + 2, size.height + 2);
-  AnyImage<Square> sqr(random, size.width + 2, size.height + 2);
+  AnyImage<uint8_t> src(random, {size.width + readsPast, size.height});
+  AnyImage<Cell> dst(random, {size.width + 2, size.height + 2});
+  AnyImage<Square> sqr(random, {size.width + 2, size.height + 2});
   src.fill([&] { return random.value<uint8_t>(); });
   fillBefore(dst, random);
   fillBefore(sqr, random);
