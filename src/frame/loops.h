@@ -32,7 +32,8 @@ static inline void forElements(ptrdiff_t count, Element element) {
 }
 
 // A row that is read and written straight from memory goes through this many elements at a time and asks for those
-// below them in the next row first: the processor's own prefetching stops at every page, and such loops gain up to a quarter.
+// below them in the next row first: the processor's own prefetching stops at every page, and such loops gain up to a
+// quarter.
 constexpr int32_t prefetchBlock = 128;
 
 template <class T>
