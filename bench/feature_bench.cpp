@@ -45,7 +45,47 @@ static void addCanny(const char* name, Detector detector, MakeDerivatives makeDe
   });
 }
 
+static Picture<uint8_t> scene(QoriSize size, uint8_t) { return bench::naturalScene(size); }
+
+static Picture<float> scene(QoriSize size, float) {
+  const Picture<uint8_t> bytes = bench::naturalScene(size);
+  Picture<float> floats(size);
+  std::copy(bytes.elements.begin(), bytes.elements.end(), floats.elements.begin());
+  return floats;
+}
+
+// A corner measure of a photograph with `values` floats a pixel.
+template <class T, class Measure, class Query>
+static void addCorners(const char* name, Measure measure, Query query, int32_t values, const char* variant,
+                       int32_t kernelType, int32_t apertureSize, int32_t avgWindow) {
+  bench::add(name, variant, [=](QoriSize size) {
+    auto src = std::make_shared<Picture<T>>(scene(size, T()));
+    auto dst = std::make_shared<Picture<float>>(size, values);
+    auto buffer = std::make_shared<std::vector<uint8_t>>(
+        bench::scratch([=](int32_t* bytes) { return query(size, apertureSize, avgWindow, bytes); }));
+    return [=] {
+      CHECK_CALL(measure(src->data(), src->step(), dst->data(), dst->step(), size, kernelType, apertureSize, avgWindow,
+                         buffer->data()));
+    };
+  });
+}
+
+template <class T, class Measure, class Query>
+static void addCornerCases(const char* name, Measure measure, Query query, int32_t values) {
+  addCorners<T>(name, measure, query, values, "Sobel 3, window 3", 0, 3, 3);
+  addCorners<T>(name, measure, query, values, "Sobel 3, window 5", 0, 3, 5);
+  addCorners<T>(name, measure, query, values, "Sobel 5, window 5", 0, 5, 5);
+  addCorners<T>(name, measure, query, values, "Scharr, window 3", 1, 3, 3);
+}
+
 static const bool added = [] {
+  addCornerCases<uint8_t>("qoriMinEigenVal_8u32f_C1R", qoriMinEigenVal_8u32f_C1R,
+                          qoriMinEigenValGetBufferSize_8u32f_C1R, 1);
+  addCornerCases<float>("qoriMinEigenVal_32f_C1R", qoriMinEigenVal_32f_C1R, qoriMinEigenValGetBufferSize_32f_C1R, 1);
+  addCornerCases<uint8_t>("qoriEigenValsVecs_8u32f_C1R", qoriEigenValsVecs_8u32f_C1R,
+                          qoriEigenValsVecsGetBufferSize_8u32f_C1R, 6);
+  addCornerCases<float>("qoriEigenValsVecs_32f_C1R", qoriEigenValsVecs_32f_C1R, qoriEigenValsVecsGetBufferSize_32f_C1R,
+                        6);
   addCanny("qoriCanny_16s8u_C1R", qoriCanny_16s8u_C1R, sobel16s);
   addCanny("qoriCanny_32f8u_C1R", qoriCanny_32f8u_C1R, sobel32f);
   return true;

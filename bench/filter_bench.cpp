@@ -92,6 +92,19 @@ static void addExtreme(const char* name, int channels, Filter filter, Size buffe
   });
 }
 
+static void addGauss(int32_t kernelSize, float sigma, const char* variant) {
+  bench::add("qoriFilterGaussBorder_32f_C1R", variant, [=](QoriSize size) {
+    auto src = std::make_shared<Picture<float>>(bench::noise<float>(size));
+    auto dst = std::make_shared<Picture<float>>(size);
+    auto buffer = std::make_shared<std::vector<uint8_t>>(
+        bench::scratch([=](int32_t* bytes) { return qoriFilterGaussGetBufferSize_32f_C1R(size, kernelSize, bytes); }));
+    return [=] {
+      CHECK_CALL(qoriFilterGaussBorder_32f_C1R(src->data(), src->step(), dst->data(), dst->step(), size, kernelSize,
+                                               sigma, qorBorderReplicate, 0, buffer->data()));
+    };
+  });
+}
+
 static const bool added = [] {
 #define ADD_FIXED(name)                                                                                 \
   addFixed<uint8_t, int16_t>("qoriFilter" #name "Border_8u16s_C1R", qoriFilter##name##Border_8u16s_C1R, \
@@ -147,6 +160,9 @@ static const bool added = [] {
     ADD_COLUMNS(32f, float, float, float)
 #undef ADD_COLUMNS
   }
+
+  addGauss(7, 1.4f, "size 7, sigma 1.4, replicate");
+  addGauss(31, 5, "size 31, sigma 5, replicate");
 
 #define ADD_EXTREME(name, form, channels, T, length)                                      \
   addExtreme<T>("qoriFilter" #name "BorderReplicate_" #form "_C" #channels "R", channels, \

@@ -192,7 +192,32 @@ static void addExtreme(const std::string& name, int32_t channels, Query query, F
   ADD_EXTREME(Min, form, 3, T) \
   ADD_EXTREME(Min, form, 4, T)
 
+// Rows above and below the region are there, as a flag may ask for them.
+static void addGauss() {
+  fuzz::add("qoriFilterGaussBorder_32f_C1R", [](Arguments& a) {
+    const QoriSize size = sizeForThreads(a);
+    const int32_t half = a.number(1, a.chance(80) ? 5 : 40), kernelSize = 2 * half + 1;
+    const auto src = a.image<float>({size.width, size.height + 2 * half});
+    const auto dst = a.image<float>(size);
+    const float* const first = src.data ? reinterpret_cast<const float*>(reinterpret_cast<const uint8_t*>(src.data) +
+                                                                         ptrdiff_t(half) * src.image->step())
+                                        : nullptr;
+    int32_t bytes = 0;
+    qoriFilterGaussGetBufferSize_32f_C1R(size, kernelSize, &bytes);
+    const auto buffer = a.guarded(bytes);
+    const QoriBorderType border = a.orAnything(a.number(0, 4) + (a.chance(20) ? qorBorderRowsAbove : 0) +
+                                               (a.chance(20) ? qorBorderRowsBelow : 0));
+    const int32_t told = a.chance(3) ? kernelSize - a.number(1, 2 * half) : kernelSize;
+    const float sigma = a.value<float>(), value = a.value<float>();
+    qoriFilterGaussBorder_32f_C1R(first, src.step, dst.data, dst.step, a.spoiled(size), told, sigma, border, value,
+                                  a.orNull(buffer->data()));
+    qoriFilterGaussGetBufferSize_32f_C1R({a.value<int32_t>(), a.value<int32_t>()}, a.value<int32_t>(),
+                                         a.orNull(&bytes));
+  });
+}
+
 static const bool added = [] {
+  addGauss();
   ADD_ALL_FIXED(SobelHoriz)
   ADD_ALL_FIXED(SobelVert)
   ADD_ALL_FIXED(SobelNegVert)

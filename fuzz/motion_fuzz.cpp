@@ -20,7 +20,55 @@ static void addUpdate(const char* name, Function function) {
   });
 }
 
+// Two pyramids of a few levels, whose records may lie about the images.
+template <class T, class Init, class Free, class Function>
+static void addFlow(const char* name, Init init, Free release, Function function) {
+  fuzz::add(name, [=](Arguments& a) {
+    const int32_t levels = a.number(1, 4), numPoints = a.number(1, 6), winSize = a.number(1, 40);
+    std::vector<fuzz::ImageArgument<T>> images;
+    std::vector<void*> data[2];
+    std::vector<QoriSize> sizes[2];
+    std::vector<double> rates[2];
+    std::vector<int32_t> steps[2];
+    QoriPyramid records[2];
+    for (int p = 0; p < 2; ++p) {
+      QoriSize size = a.size(2048);
+      double rate = 1;
+      for (int32_t l = 0; l < levels; ++l) {
+        images.push_back(a.image<T>(size));
+        data[p].push_back(images.back().data);
+        sizes[p].push_back(a.spoiled(size));
+        rates[p].push_back(a.chance(3) ? a.value<double>() : rate);
+        steps[p].push_back(images.back().step);
+        size = {(size.width + 1) / 2, (size.height + 1) / 2};
+        rate /= 2;
+      }
+      records[p] = {data[p].data(), sizes[p].data(), rates[p].data(), steps[p].data(), nullptr, levels - 1};
+    }
+    std::vector<QoriPoint_32f> prev, next;
+    for (int32_t i = 0; i < numPoints; ++i) {
+      prev.push_back({float(a.number(-80, 800)) / 8, a.chance(95) ? float(a.number(-80, 800)) / 8 : a.value<float>()});
+      next.push_back(a.chance(95) ? prev.back() : QoriPoint_32f{a.value<float>(), a.value<float>()});
+    }
+    std::vector<uint8_t> status(size_t(numPoints), 0);
+    std::vector<float> error(size_t(numPoints), 0);
+    QoriOptFlowState* state = nullptr;
+    const QoriSize planes = a.chance(50) ? a.size(2048) : QoriSize{a.number(1, 3000), a.number(1, 300)};
+    init(a.chance(3) ? nullptr : &state, planes, a.orAnything(winSize), a.value<int32_t>());
+    function(a.orNull(&records[0]), a.orNull(&records[1]), a.orNull(prev.data()), a.orNull(next.data()),
+             a.orNull(status.data()), a.orNull(error.data()), a.chance(3) ? 0 : numPoints, winSize,
+             a.orAnything(a.number(0, levels - 1)), a.number(0, 12), a.chance(80) ? 0.01f : a.value<float>(), state);
+    if (state) release(state);
+  });
+}
+
 static const bool added = [] {
+  addFlow<uint8_t>("qoriOpticalFlowPyrLK_8u_C1R", qoriOpticalFlowPyrLKInitAlloc_8u_C1R, qoriOpticalFlowPyrLKFree_8u_C1R,
+                   qoriOpticalFlowPyrLK_8u_C1R);
+  addFlow<uint16_t>("qoriOpticalFlowPyrLK_16u_C1R", qoriOpticalFlowPyrLKInitAlloc_16u_C1R,
+                    qoriOpticalFlowPyrLKFree_16u_C1R, qoriOpticalFlowPyrLK_16u_C1R);
+  addFlow<float>("qoriOpticalFlowPyrLK_32f_C1R", qoriOpticalFlowPyrLKInitAlloc_32f_C1R,
+                 qoriOpticalFlowPyrLKFree_32f_C1R, qoriOpticalFlowPyrLK_32f_C1R);
   addUpdate<uint8_t>("qoriUpdateMotionHistory_8u32f_C1IR", qoriUpdateMotionHistory_8u32f_C1IR);
   addUpdate<uint16_t>("qoriUpdateMotionHistory_16u32f_C1IR", qoriUpdateMotionHistory_16u32f_C1IR);
   addUpdate<float>("qoriUpdateMotionHistory_32f_C1IR", qoriUpdateMotionHistory_32f_C1IR);

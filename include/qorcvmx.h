@@ -44,8 +44,10 @@ QORAPI(const QorLibraryVersion*, qorcvGetLibVersion, (void));
 #include "qorcvmx/detect.h"
 #include "qorcvmx/feature.h"
 #include "qorcvmx/filter.h"
+#include "qorcvmx/geometry.h"
 #include "qorcvmx/morph.h"
 #include "qorcvmx/motion.h"
+#include "qorcvmx/pyramid.h"
 #include "qorcvmx/stats.h"
 
 #ifdef __cplusplus

@@ -73,6 +73,11 @@ void visitStatistics(const Picture& picture, Wall& wall);
 void visitContrast(const Picture& picture, Wall& wall);
 void visitBackground(const Picture& picture, Wall& wall);
 void visitMorphology(const Picture& picture, Wall& wall);
+void visitPyramids(const Picture& picture, Wall& wall);
+void visitCorners(const Picture& picture, Wall& wall);
+void visitTracking(const Picture& picture, Wall& wall);
+void visitUndistortion(const Picture& picture, Wall& wall);
+void visitSuperResolution(const Picture& picture, Wall& wall);
 
 }  // namespace tour
 

@@ -32,6 +32,18 @@ const std::vector<Station>& stations() {
        "and follows it as long as it stays above the low one. The slopes come from the negative vertical and the "
        "horizontal Sobel filters; the times are those of the detector alone.",
        Input::gray, visitEdges},
+      {"pyramids", "Pyramids",
+       "The same picture at smaller and smaller sizes, by halves or by any rate, and back up again; and the Gaussian "
+       "blur that each level stands for.",
+       Input::gray, visitPyramids},
+      {"corners", "Corners",
+       "The averaged matrix of slopes around each pixel tells flat areas, edges and corners apart: at a corner the "
+       "brightness changes in every direction, so both eigenvalues are high.",
+       Input::gray, visitCorners},
+      {"tracking", "Tracking",
+       "Points followed from the picture to a warped copy of it, through a pyramid of four levels: the coarse levels "
+       "find the large motion, the fine ones its fractions of a pixel.",
+       Input::gray, visitTracking},
       {"morphology", "Morphology",
        "Extremes over a neighbourhood of any shape, here a disc of 9 pixels, alone and in chains; and reconstruction, "
        "which "
@@ -50,6 +62,15 @@ const std::vector<Station>& stations() {
        "24 frames made from the picture: grain, different in each, and a bright disc that crosses from left to right. "
        "Running sums in float images tell what stays and what changes.",
        Input::gray, visitBackground},
+      {"undistortion", "Lens distortion",
+       "A lens bends straight lines, the more the further from the middle. Two coefficients describe it, and with them "
+       "each pixel of a corrected picture is taken, between four pixels, from where the lens put it. A map of the same "
+       "model, with two coefficients more for a lens that sits askew, serves any number of pictures.",
+       Input::gray, visitUndistortion},
+      {"superresolution", "Super-resolution",
+       "Twelve small, noisy pictures of one detail, shifted by fractions of a pixel, know more than any of them: an "
+       "iterative solver puts them together again.",
+       Input::gray, visitSuperResolution},
   };
   return route;
 }

@@ -361,6 +361,36 @@ QORAPI(QorStatus, qoriGenSobelKernel_32f, (float* kernel, int32_t kernelSize, in
 /**@}*/
 
 /**
+ * Gaussian blur of a float image with a kernel of `kernelSize` x `kernelSize` taps (odd, at least 3) and the standard
+ * deviation `sigma` in pixels. The taps are exp(-d^2 / (2 sigma^2)) over their sum; `sigma` is not checked, so 0 makes
+ * them NaN.
+ *
+ * `borderType` is one of the modes 0 to 4, to which the flags qorBorderRowsAbove and qorBorderRowsBelow may be added
+ * where real rows (kernelSize / 2 of them) lie above or below the region. `borderValue` counts in qorBorderConst only.
+ * Along the columns, qorBorderMirrorEdge below the image repeats row 0 but not the last row when it bounces off them a
+ * second time, which only kernels taller than the image reach. `dst` may not overlap `src`.
+ *
+ * `buffer` has the size that qoriFilterGaussGetBufferSize_32f_C1R() reports for this region and kernel; it holds a
+ * whole intermediate image and need not be aligned. Large images are filtered along the rows by several threads.
+ *
+ * Statuses: qorStatusNullPtr (src, dst, buffer); qorStatusBadSize; qorStatusBadStep (srcStep, dstStep below `width`);
+ * qorStatusBadArg (kernelSize, borderType). A step that is at least `width` but too short for the row in bytes, or not
+ * a multiple of 4, leaves `dst` unwritten and still gives qorStatusOk.
+ */
+QORAPI(QorStatus, qoriFilterGaussBorder_32f_C1R,
+       (const float* src, int32_t srcStep, float* dst, int32_t dstStep, QoriSize roiSize, int32_t kernelSize,
+        float sigma, QoriBorderType borderType, float borderValue, uint8_t* buffer));
+
+/**
+ * Scratch size in bytes of the Gaussian blur, stored in `bufferSize`. It depends on the number of threads that the core
+ * services report.
+ *
+ * Statuses: qorStatusNullPtr (bufferSize); qorStatusBadSize; qorStatusBadArg (kernelSize below 3 or even). A size
+ * beyond 2147483647 wraps without a status.
+ */
+QORAPI(QorStatus, qoriFilterGaussGetBufferSize_32f_C1R, (QoriSize roiSize, int32_t kernelSize, int32_t* bufferSize));
+
+/**
  * Minimum and maximum filters: each pixel becomes the smallest or largest value under a rectangle of `maskSize` pixels
  * whose pixel `anchor` (from its top left corner) lies on it.
  *

@@ -99,6 +99,19 @@ enum {
   qorNormFM = 3   /**< as fast marching has it */
 };
 
+/**
+ * A pyramid: the sizes and scales of its levels, with room for the caller's images. The caller fills in `levelImages`
+ * and `levelSteps` (both zeroed by qoriPyramidInitAlloc()) and owns the images; each array has `topLevel` + 1 entries.
+ */
+typedef struct {
+  void** levelImages;   /**< first pixel of each level */
+  QoriSize* levelSizes; /**< size of each level in pixels; level 0 is the whole image */
+  double* levelRates;   /**< scale of each level against level 0: 1, 1 / rate, 1 / rate^2, ... */
+  int32_t* levelSteps;  /**< row step of each level in bytes */
+  void* layerState;     /**< free for the caller's layer state; null at first */
+  int32_t topLevel;     /**< index of the last level */
+} QoriPyramid;
+
 /** Version record of the library, see qorcvGetLibVersion(). */
 typedef struct {
   int32_t major;
