@@ -9,9 +9,9 @@
 //   int32_t   the bits of |dx| + |dy|, of float gradients: floats without a sign are in the order of their bits.
 #pragma once
 
-#include <immintrin.h>
 #include <string.h>
 
+#include "frame/lanes.h"
 #include "frame/level.h"
 #include "frame/loops.h"
 
@@ -53,14 +53,6 @@ inline void magnitudeRow(const float* dx, const float* dy, int32_t* magnitudes, 
 }
 
 // ---- Vectors
-
-#if defined(__AVX512BW__)
-constexpr int32_t vectorBytes = 64;
-#elif defined(__AVX2__)
-constexpr int32_t vectorBytes = 32;
-#else
-constexpr int32_t vectorBytes = 16;
-#endif
 
 typedef int16_t Lanes16 __attribute__((vector_size(vectorBytes)));
 typedef uint16_t UnsignedLanes16 __attribute__((vector_size(vectorBytes)));

@@ -6,113 +6,28 @@
 // they differ in grows upward and downward from there.
 #pragma once
 
-#include <immintrin.h>
 #include <string.h>
 
 #include "filter/extremes.h"
 #include "frame/rows.h"
 
-// Vectors of each type, filled and stored by intrinsics, as some compilers take a memcpy apart: the widest of the
-// level, one of 16 bytes for short rows, and a lone element.
-struct Bytes16 {
-  __m128i v;
-};
-struct Floats4 {
-  __m128 v;
-};
+// A lone element, for what is shorter than any vector.
 template <class T>
 struct Lone {
   T v;
 };
-
-static inline void load(Bytes16& to, const uint8_t* from) {
-  to.v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
-}
-static inline void load(Floats4& to, const float* from) { to.v = _mm_loadu_ps(from); }
 template <class T>
 static inline void load(Lone<T>& to, const T* from) {
   memcpy(&to, from, sizeof to);
 }
-static inline void store(uint8_t* to, Bytes16 from) { _mm_storeu_si128(reinterpret_cast<__m128i*>(to), from.v); }
-static inline void store(float* to, Floats4 from) { _mm_storeu_ps(to, from.v); }
 template <class T>
 static inline void store(T* to, Lone<T> from) {
   memcpy(to, &from, sizeof from);
-}
-template <Extreme extreme>
-static inline Bytes16 extremeOf(Bytes16 a, Bytes16 b) {
-  return {extreme == Extreme::max ? _mm_max_epu8(a.v, b.v) : _mm_min_epu8(a.v, b.v)};
-}
-template <Extreme extreme>
-static inline Floats4 extremeOf(Floats4 a, Floats4 b) {
-  return {extreme == Extreme::max ? _mm_max_ps(a.v, b.v) : _mm_min_ps(a.v, b.v)};
 }
 template <Extreme extreme, class T>
 static inline Lone<T> extremeOf(Lone<T> a, Lone<T> b) {
   return {extremeOf<extreme>(a.v, b.v)};
 }
-
-#if defined(__AVX512BW__)
-struct BytesWide {
-  __m512i v;
-};
-struct FloatsWide {
-  __m512 v;
-};
-static inline void load(BytesWide& to, const uint8_t* from) { to.v = _mm512_loadu_si512(from); }
-static inline void load(FloatsWide& to, const float* from) { to.v = _mm512_loadu_ps(from); }
-static inline void store(uint8_t* to, BytesWide from) { _mm512_storeu_si512(to, from.v); }
-static inline void store(float* to, FloatsWide from) { _mm512_storeu_ps(to, from.v); }
-template <Extreme extreme>
-static inline BytesWide extremeOf(BytesWide a, BytesWide b) {
-  return {extreme == Extreme::max ? _mm512_max_epu8(a.v, b.v) : _mm512_min_epu8(a.v, b.v)};
-}
-// The forms with a mask, as the compiler warns of its own headers in the plain ones.
-template <Extreme extreme>
-static inline FloatsWide extremeOf(FloatsWide a, FloatsWide b) {
-  return {extreme == Extreme::max ? _mm512_maskz_max_ps(0xffff, a.v, b.v) : _mm512_maskz_min_ps(0xffff, a.v, b.v)};
-}
-#elif defined(__AVX2__)
-struct BytesWide {
-  __m256i v;
-};
-struct FloatsWide {
-  __m256 v;
-};
-static inline void load(BytesWide& to, const uint8_t* from) {
-  to.v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
-}
-static inline void load(FloatsWide& to, const float* from) { to.v = _mm256_loadu_ps(from); }
-static inline void store(uint8_t* to, BytesWide from) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(to), from.v); }
-static inline void store(float* to, FloatsWide from) { _mm256_storeu_ps(to, from.v); }
-template <Extreme extreme>
-static inline BytesWide extremeOf(BytesWide a, BytesWide b) {
-  return {extreme == Extreme::max ? _mm256_max_epu8(a.v, b.v) : _mm256_min_epu8(a.v, b.v)};
-}
-template <Extreme extreme>
-static inline FloatsWide extremeOf(FloatsWide a, FloatsWide b) {
-  return {extreme == Extreme::max ? _mm256_max_ps(a.v, b.v) : _mm256_min_ps(a.v, b.v)};
-}
-#else
-using BytesWide = Bytes16;
-using FloatsWide = Floats4;
-#endif
-
-template <class T>
-struct VectorsOf;
-template <>
-struct VectorsOf<uint8_t> {
-  using Wide = BytesWide;
-  using Narrow = Bytes16;
-};
-template <>
-struct VectorsOf<float> {
-  using Wide = FloatsWide;
-  using Narrow = Floats4;
-};
-
-template <class Vector, class T>
-static constexpr ptrdiff_t lanes = ptrdiff_t(sizeof(Vector) / sizeof(T));
 
 // Calls block(x) for blocks of `length` elements that cover 0 .. count - 1; the last one is moved back to end there.
 // So elements are done twice, and a block may not write where another reads. count is at least `length`.
@@ -177,8 +92,8 @@ static inline void bandBlock(const Band<T>& band, ptrdiff_t x, T* tile, ptrdiff_
 // The extremes over rows for `count` elements from column element `x` on, one output row a tile.
 template <Extreme extreme, class T>
 static void bandColumns(const Band<T>& band, ptrdiff_t x, ptrdiff_t count, T* tile, ptrdiff_t tileStride) {
-  using Wide = typename VectorsOf<T>::Wide;
-  using Narrow = typename VectorsOf<T>::Narrow;
+  using Wide = typename LanesOf<T>::Wide;
+  using Narrow = typename LanesOf<T>::Narrow;
   if (count >= 4 * lanes<Wide, T>) {
     forBlocks(count, 4 * lanes<Wide, T>,
               [&](ptrdiff_t i) { bandBlock<extreme, Wide, 4>(band, x + i, tile + i, tileStride); });
@@ -209,8 +124,8 @@ static inline Vector extremeOfTerms(const T* src, ptrdiff_t apart, ptrdiff_t las
 
 template <Extreme extreme, int32_t terms, class T>
 static void termsRow(const T* src, ptrdiff_t apart, ptrdiff_t last, T* dst, ptrdiff_t count) {
-  using Wide = typename VectorsOf<T>::Wide;
-  using Narrow = typename VectorsOf<T>::Narrow;
+  using Wide = typename LanesOf<T>::Wide;
+  using Narrow = typename LanesOf<T>::Narrow;
   if (count >= lanes<Wide, T>) {
     forBlocks(count, lanes<Wide, T>,
               [=](ptrdiff_t x) { store(dst + x, extremeOfTerms<extreme, Wide, terms>(src + x, apart, last)); });
@@ -245,7 +160,7 @@ constexpr ptrdiff_t tileBytes = 4096, tileRoom = 128;
 // dst[x] = the extreme over `maskWidth` pixels from tile[x] on. Uses up the tile.
 template <Extreme extreme, class T>
 static void windowRow(T* tile, int32_t maskWidth, int32_t channels, T* dst, ptrdiff_t count) {
-  using Wide = typename VectorsOf<T>::Wide;
+  using Wide = typename LanesOf<T>::Wide;
   ptrdiff_t span = 1;
   for (; maskWidth > mostTerms * span; span *= 4) {
     // In place: what a vector reads has not been written yet.
@@ -278,7 +193,7 @@ static inline void fillPixels(T* dst, const T* pixel, ptrdiff_t elements, int32_
 // row[x] = the extreme of row[x] and row[x + apart], for all x that have both.
 template <Extreme extreme, class T>
 static void widenRight(T* row, ptrdiff_t count, ptrdiff_t apart) {
-  using Wide = typename VectorsOf<T>::Wide;
+  using Wide = typename LanesOf<T>::Wide;
   ptrdiff_t x = 0;
   for (; x + lanes<Wide, T> <= count - apart; x += lanes<Wide, T>) {
     store(row + x, extremeOfTerms<extreme, Wide, 2>(row + x, apart, apart));
@@ -289,7 +204,7 @@ static void widenRight(T* row, ptrdiff_t count, ptrdiff_t apart) {
 // row[x] = the extreme of row[x] and row[x - apart], for all x that have both.
 template <Extreme extreme, class T>
 static void widenLeft(T* row, ptrdiff_t count, ptrdiff_t apart) {
-  using Wide = typename VectorsOf<T>::Wide;
+  using Wide = typename LanesOf<T>::Wide;
   ptrdiff_t x = count;
   for (; x - lanes<Wide, T> >= apart; x -= lanes<Wide, T>) {
     T* last = row + x - lanes<Wide, T>;

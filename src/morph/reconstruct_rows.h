@@ -10,139 +10,109 @@
 // 0.0 and -0.0 are equal to all comparisons here; which of them a result holds is not defined.
 #pragma once
 
-#include <immintrin.h>
-
 #include <limits>
 
 #include "filter/extremes.h"
 #include "frame/loops.h"
 
-// Vectors of pixels. moved<n, backward>: lane i gets lane i - n, or i + n where the sweep goes backward, and `fill`
-// where there is none. For bytes that is so within groups of 16 lanes only; `groups` says how many of them there are.
+// moved<n, backward>: lane i gets lane i - n, or i + n where the sweep goes backward, and `fill` where there is none.
+// For bytes that is so within groups of 16 lanes only; `groups` says how many of them there are. lastOfGroup,
+// lastOfAll: the last lane, of its group or of all, in each lane. differing: not zero if any lane differs; a NaN
+// differs from everything.
 #if defined(__AVX512BW__)
 
-typedef __m512i Bytes;
-typedef __m512 Singles;
-static inline Bytes loaded(const uint8_t* p) { return _mm512_loadu_si512(p); }
-static inline Singles loaded(const float* p) { return _mm512_loadu_ps(p); }
-static inline void stored(uint8_t* p, Bytes x) { _mm512_storeu_si512(p, x); }
-static inline void stored(float* p, Singles x) { _mm512_storeu_ps(p, x); }
-static inline Bytes inAllLanes(uint8_t x) { return _mm512_set1_epi8(char(x)); }
-static inline Singles inAllLanes(float x) { return _mm512_set1_ps(x); }
-static inline Bytes lesser(Bytes a, Bytes b) { return _mm512_min_epu8(a, b); }
-static inline Bytes greater(Bytes a, Bytes b) { return _mm512_max_epu8(a, b); }
-static inline Singles lesser(Singles a, Singles b) { return _mm512_maskz_min_ps(0xffff, a, b); }
-static inline Singles greater(Singles a, Singles b) { return _mm512_maskz_max_ps(0xffff, a, b); }
-// Not zero if any lane differs. A NaN differs from everything.
-static inline uint64_t differing(Bytes a, Bytes b) { return _mm512_cmpneq_epu8_mask(a, b); }
-static inline uint64_t differing(Singles a, Singles b) { return _mm512_cmp_ps_mask(a, b, _CMP_NEQ_UQ); }
+static inline uint64_t differing(Bytes a, Bytes b) { return _mm512_cmpneq_epu8_mask(__m512i(a), __m512i(b)); }
+static inline uint64_t differing(Floats a, Floats b) { return _mm512_cmp_ps_mask(__m512(a), __m512(b), _CMP_NEQ_UQ); }
 
 template <int n, bool backward>
 static inline Bytes moved(Bytes x, Bytes fill) {
-  return backward ? _mm512_alignr_epi8(fill, x, n) : _mm512_alignr_epi8(x, fill, 16 - n);
+  const __m512i lanesOfX = __m512i(x), fills = __m512i(fill);
+  return Bytes(backward ? _mm512_alignr_epi8(fills, lanesOfX, n) : _mm512_alignr_epi8(lanesOfX, fills, 16 - n));
 }
 template <int n, bool backward>
-static inline Singles moved(Singles x, Singles fill) {
-  const __m512i lanes = _mm512_castps_si512(x), fills = _mm512_castps_si512(fill);
-  return _mm512_castsi512_ps(backward ? _mm512_maskz_alignr_epi32(0xffff, fills, lanes, n)
-                                      : _mm512_maskz_alignr_epi32(0xffff, lanes, fills, 16 - n));
+static inline Floats moved(Floats x, Floats fill) {
+  const __m512i lanesOfX = __m512i(x), fills = __m512i(fill);
+  return Floats(backward ? _mm512_maskz_alignr_epi32(0xffff, fills, lanesOfX, n)
+                         : _mm512_maskz_alignr_epi32(0xffff, lanesOfX, fills, 16 - n));
 }
 constexpr int groups = 4;
 template <int n, bool backward>
 static inline Bytes movedGroups(Bytes x, Bytes fill) {
-  return backward ? _mm512_maskz_alignr_epi64(0xff, fill, x, 2 * n)
-                  : _mm512_maskz_alignr_epi64(0xff, x, fill, 8 - 2 * n);
+  const __m512i lanesOfX = __m512i(x), fills = __m512i(fill);
+  return Bytes(backward ? _mm512_maskz_alignr_epi64(0xff, fills, lanesOfX, 2 * n)
+                        : _mm512_maskz_alignr_epi64(0xff, lanesOfX, fills, 8 - 2 * n));
 }
-// The last lane of its group in each lane; the last lane of all in each lane.
 template <bool backward>
 static inline Bytes lastOfGroup(Bytes x) {
-  return _mm512_shuffle_epi8(x, _mm512_set1_epi8(backward ? 0 : 15));
+  return Bytes(_mm512_shuffle_epi8(__m512i(x), _mm512_set1_epi8(backward ? 0 : 15)));
 }
 template <bool backward>
 static inline Bytes lastOfAll(Bytes x) {
-  const Bytes last = lastOfGroup<backward>(x);
-  return _mm512_maskz_shuffle_i64x2(0xff, last, last, backward ? 0 : 0xff);
+  const __m512i last = __m512i(lastOfGroup<backward>(x));
+  return Bytes(_mm512_maskz_shuffle_i64x2(0xff, last, last, backward ? 0 : 0xff));
 }
 template <bool backward>
-static inline Singles lastOfAll(Singles x) {
-  return _mm512_maskz_permutexvar_ps(0xffff, _mm512_set1_epi32(backward ? 0 : 15), x);
+static inline Floats lastOfAll(Floats x) {
+  return Floats(_mm512_maskz_permutexvar_ps(0xffff, _mm512_set1_epi32(backward ? 0 : 15), __m512(x)));
 }
 
 #elif defined(__AVX2__)
 
-typedef __m256i Bytes;
-typedef __m256 Singles;
-static inline Bytes loaded(const uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(p)); }
-static inline Singles loaded(const float* p) { return _mm256_loadu_ps(p); }
-static inline void stored(uint8_t* p, Bytes x) { _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(p), x); }
-static inline void stored(float* p, Singles x) { _mm256_storeu_ps(p, x); }
-static inline Bytes inAllLanes(uint8_t x) { return _mm256_set1_epi8(char(x)); }
-static inline Singles inAllLanes(float x) { return _mm256_set1_ps(x); }
-static inline Bytes lesser(Bytes a, Bytes b) { return _mm256_min_epu8(a, b); }
-static inline Bytes greater(Bytes a, Bytes b) { return _mm256_max_epu8(a, b); }
-static inline Singles lesser(Singles a, Singles b) { return _mm256_min_ps(a, b); }
-static inline Singles greater(Singles a, Singles b) { return _mm256_max_ps(a, b); }
-static inline uint64_t differing(Bytes a, Bytes b) { return uint32_t(~_mm256_movemask_epi8(_mm256_cmpeq_epi8(a, b))); }
-static inline uint64_t differing(Singles a, Singles b) {
-  return uint32_t(_mm256_movemask_ps(_mm256_cmp_ps(a, b, _CMP_NEQ_UQ)));
+static inline uint64_t differing(Bytes a, Bytes b) {
+  return uint32_t(~_mm256_movemask_epi8(_mm256_cmpeq_epi8(__m256i(a), __m256i(b))));
+}
+static inline uint64_t differing(Floats a, Floats b) {
+  return uint32_t(_mm256_movemask_ps(_mm256_cmp_ps(__m256(a), __m256(b), _CMP_NEQ_UQ)));
 }
 
 template <int n, bool backward>
 static inline Bytes moved(Bytes x, Bytes fill) {
-  return backward ? _mm256_alignr_epi8(fill, x, n) : _mm256_alignr_epi8(x, fill, 16 - n);
+  const __m256i lanesOfX = __m256i(x), fills = __m256i(fill);
+  return Bytes(backward ? _mm256_alignr_epi8(fills, lanesOfX, n) : _mm256_alignr_epi8(lanesOfX, fills, 16 - n));
 }
 template <int n, bool backward>
-static inline Singles moved(Singles x, Singles fill) {
+static inline Floats moved(Floats x, Floats fill) {
   const __m256i from = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
-  const Singles turned = _mm256_permutevar8x32_ps(x, _mm256_add_epi32(from, _mm256_set1_epi32(backward ? n : 8 - n)));
-  return _mm256_blend_ps(turned, fill, backward ? 0xff & (0xff00 >> n) : 0xff >> (8 - n));
+  const __m256 turned =
+      _mm256_permutevar8x32_ps(__m256(x), _mm256_add_epi32(from, _mm256_set1_epi32(backward ? n : 8 - n)));
+  return Floats(_mm256_blend_ps(turned, __m256(fill), backward ? 0xff & (0xff00 >> n) : 0xff >> (8 - n)));
 }
 constexpr int groups = 2;
 template <int n, bool backward>
 static inline Bytes movedGroups(Bytes x, Bytes fill) {
-  return backward ? _mm256_permute2x128_si256(x, fill, 0x21) : _mm256_permute2x128_si256(x, fill, 0x02);
+  return Bytes(_mm256_permute2x128_si256(__m256i(x), __m256i(fill), backward ? 0x21 : 0x02));
 }
 template <bool backward>
 static inline Bytes lastOfGroup(Bytes x) {
-  return _mm256_shuffle_epi8(x, _mm256_set1_epi8(backward ? 0 : 15));
+  return Bytes(_mm256_shuffle_epi8(__m256i(x), _mm256_set1_epi8(backward ? 0 : 15)));
 }
 template <bool backward>
 static inline Bytes lastOfAll(Bytes x) {
-  return _mm256_permute4x64_epi64(lastOfGroup<backward>(x), backward ? 0 : 0xff);
+  return Bytes(_mm256_permute4x64_epi64(__m256i(lastOfGroup<backward>(x)), backward ? 0 : 0xff));
 }
 template <bool backward>
-static inline Singles lastOfAll(Singles x) {
-  return _mm256_permutevar8x32_ps(x, _mm256_set1_epi32(backward ? 0 : 7));
+static inline Floats lastOfAll(Floats x) {
+  return Floats(_mm256_permutevar8x32_ps(__m256(x), _mm256_set1_epi32(backward ? 0 : 7)));
 }
 
 #else
 
-typedef __m128i Bytes;
-typedef __m128 Singles;
-static inline Bytes loaded(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p)); }
-static inline Singles loaded(const float* p) { return _mm_loadu_ps(p); }
-static inline void stored(uint8_t* p, Bytes x) { _mm_storeu_si128(reinterpret_cast<__m128i_u*>(p), x); }
-static inline void stored(float* p, Singles x) { _mm_storeu_ps(p, x); }
-static inline Bytes inAllLanes(uint8_t x) { return _mm_set1_epi8(char(x)); }
-static inline Singles inAllLanes(float x) { return _mm_set1_ps(x); }
-static inline Bytes lesser(Bytes a, Bytes b) { return _mm_min_epu8(a, b); }
-static inline Bytes greater(Bytes a, Bytes b) { return _mm_max_epu8(a, b); }
-static inline Singles lesser(Singles a, Singles b) { return _mm_min_ps(a, b); }
-static inline Singles greater(Singles a, Singles b) { return _mm_max_ps(a, b); }
 static inline uint64_t differing(Bytes a, Bytes b) {
-  return 0xffff ^ uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+  return 0xffff ^ uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(__m128i(a), __m128i(b))));
 }
-static inline uint64_t differing(Singles a, Singles b) { return uint32_t(_mm_movemask_ps(_mm_cmpneq_ps(a, b))); }
+static inline uint64_t differing(Floats a, Floats b) {
+  return uint32_t(_mm_movemask_ps(_mm_cmpneq_ps(__m128(a), __m128(b))));
+}
 
 template <int n, bool backward>
 static inline Bytes moved(Bytes x, Bytes fill) {
-  return backward ? _mm_or_si128(_mm_srli_si128(x, n), _mm_slli_si128(fill, 16 - n))
-                  : _mm_or_si128(_mm_slli_si128(x, n), _mm_srli_si128(fill, 16 - n));
+  const __m128i lanesOfX = __m128i(x), fills = __m128i(fill);
+  return Bytes(backward ? _mm_or_si128(_mm_srli_si128(lanesOfX, n), _mm_slli_si128(fills, 16 - n))
+                        : _mm_or_si128(_mm_slli_si128(lanesOfX, n), _mm_srli_si128(fills, 16 - n)));
 }
 template <int n, bool backward>
-static inline Singles moved(Singles x, Singles fill) {
-  const __m128i lanes = _mm_castps_si128(x), fills = _mm_castps_si128(fill);
-  return _mm_castsi128_ps(moved<4 * n, backward>(lanes, fills));
+static inline Floats moved(Floats x, Floats fill) {
+  return Floats(moved<4 * n, backward>(Bytes(x), Bytes(fill)));
 }
 constexpr int groups = 1;
 template <int n, bool backward>
@@ -151,17 +121,18 @@ static inline Bytes movedGroups(Bytes x, Bytes) {
 }
 template <bool backward>
 static inline Bytes lastOfAll(Bytes x) {
-  const __m128i pairs = backward ? _mm_unpacklo_epi8(x, x) : _mm_unpackhi_epi8(x, x);
+  const __m128i bytes = __m128i(x);
+  const __m128i pairs = backward ? _mm_unpacklo_epi8(bytes, bytes) : _mm_unpackhi_epi8(bytes, bytes);
   const __m128i words = backward ? _mm_shufflelo_epi16(pairs, 0) : _mm_shufflehi_epi16(pairs, 0xff);
-  return _mm_shuffle_epi32(words, backward ? 0 : 0xff);
+  return Bytes(_mm_shuffle_epi32(words, backward ? 0 : 0xff));
 }
 template <bool backward>
 static inline Bytes lastOfGroup(Bytes x) {
   return lastOfAll<backward>(x);
 }
 template <bool backward>
-static inline Singles lastOfAll(Singles x) {
-  return _mm_shuffle_ps(x, x, backward ? 0 : 0xff);
+static inline Floats lastOfAll(Floats x) {
+  return Floats(_mm_shuffle_ps(__m128(x), __m128(x), backward ? 0 : 0xff));
 }
 
 #endif
@@ -213,12 +184,11 @@ static inline void composeAll(Bytes& value, Bytes& limit, Bytes nothing, Bytes e
 }
 
 template <Extreme extreme, bool backward>
-static inline void composeAll(Singles& value, Singles& limit, Singles nothing, Singles everything) {
-  constexpr int lanes = sizeof(Singles) / sizeof(float);
+static inline void composeAll(Floats& value, Floats& limit, Floats nothing, Floats everything) {
   composeLanes<1, extreme, backward>(value, limit, nothing, everything);
   composeLanes<2, extreme, backward>(value, limit, nothing, everything);
-  if constexpr (lanes > 4) composeLanes<4, extreme, backward>(value, limit, nothing, everything);
-  if constexpr (lanes > 8) composeLanes<8, extreme, backward>(value, limit, nothing, everything);
+  if constexpr (lanes < Floats, float >> 4) composeLanes<4, extreme, backward>(value, limit, nothing, everything);
+  if constexpr (lanes < Floats, float >> 8) composeLanes<8, extreme, backward>(value, limit, nothing, everything);
 }
 
 // One sweep of the row t under the mask row m, into the marker row, which may be t itself. Returns whether the marker
@@ -227,12 +197,12 @@ template <class T, Extreme extreme, bool backward, bool asked>
 static inline bool sweep(const T* t, const T* m, T* marker, int32_t width) {
   using V = decltype(loaded(t));
   using Limits = std::numeric_limits<T>;
-  constexpr int32_t lanes = sizeof(V) / sizeof(T);
+  constexpr int32_t count = lanes<V, T>;
   constexpr Extreme other = extreme == Extreme::max ? Extreme::min : Extreme::max;
   constexpr T least = Limits::has_infinity ? -Limits::infinity() : Limits::lowest();
   constexpr T most = Limits::has_infinity ? Limits::infinity() : Limits::max();
   constexpr T nothing = extreme == Extreme::max ? least : most, everything = extreme == Extreme::max ? most : least;
-  if (width < lanes) {
+  if (width < count) {
     bool changed = false;
     T v = nothing;
     for (int32_t i = 0; i < width; ++i) {
@@ -246,20 +216,20 @@ static inline bool sweep(const T* t, const T* m, T* marker, int32_t width) {
   }
   uint64_t changes = 0;
   V carried = inAllLanes(nothing);
-  for (int32_t done = 0; done < width; done += lanes) {
+  for (int32_t done = 0; done < width; done += count) {
     // The last vector begins among pixels that are done already: sweeping them again changes nothing.
-    if (done > width - lanes) {
-      done = width - lanes;
-      carried = inAllLanes(marker[backward ? lanes : done - 1]);
+    if (done > width - count) {
+      done = width - count;
+      carried = inAllLanes(marker[backward ? count : done - 1]);
     }
-    const ptrdiff_t x = backward ? width - lanes - done : done;
+    const ptrdiff_t x = backward ? width - count - done : done;
     V limit = loaded(m + x);
     V value = clip<extreme>(loaded(t + x), limit);
     composeAll<extreme, backward>(value, limit, inAllLanes(nothing), inAllLanes(everything));
     const V result = up<extreme>(value, clip<extreme>(carried, limit));
     carried = lastOfAll<backward>(result);
     if (asked) changes |= differing(loaded(marker + x), result);
-    stored(marker + x, result);
+    store(marker + x, result);
   }
   return changes != 0;
 }

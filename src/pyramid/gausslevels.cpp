@@ -307,10 +307,14 @@ static void doubleColumns(const Ring<T>* above, const Ring<T>* at, const Ring<T>
   }
 }
 
-// An image of one row: both output rows are its sums, 8 times.
+// An image of one row: both output rows are its sums, 8 times. A single pixel is copied, however large.
 template <class T, int32_t channels>
 static void ownPyrUpG5x5_H1(const T* src, T* dst, int32_t dstStep, int32_t width) {
   T* const second = rowAt(dst, dstStep, 1);
+  if (width == 1) {
+    for (int32_t c = 0; c < channels; ++c) dst[c] = dst[channels + c] = second[c] = second[channels + c] = src[c];
+    return;
+  }
   for (int32_t i = 0; i < width; ++i) {
     for (int32_t c = 0; c < channels; ++c) {
       const Two<T> two = doubleRowSums<T, channels>(src + c, width, i);

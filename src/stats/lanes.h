@@ -1,13 +1,7 @@
-// The vectors of the level that is being built, for what the compiler does not find in plain loops: lanes of doubles,
-// of floats, and of 16-bit integers.
-//
-// Of some AVX-512 intrinsics GCC 12 believes that they read uninitialised memory. Their forms with a mask, of all lanes
-// here, compile to the same instructions without the complaint.
+// The vectors of sums and norms: lanes of doubles and of 16-bit integers, beside the floats of all families.
 #pragma once
 
-#include <immintrin.h>
-#include <stddef.h>
-#include <stdint.h>
+#include "frame/lanes.h"
 
 #if defined(__AVX512BW__)
 
@@ -24,12 +18,6 @@ static inline Doubles rotated(Doubles x) {
 
 // The sign bits of the lanes, the first one lowest.
 static inline uint32_t signsOf(Doubles x) { return _mm512_movepi64_mask(_mm512_castpd_si512(x)); }
-
-typedef __m512 Floats;
-static inline Floats loaded(const float* values) { return _mm512_loadu_ps(values); }
-// Lane by lane b, unless a is less (greater): where one of them is NaN the result is b.
-static inline Floats lesser(Floats a, Floats b) { return _mm512_maskz_min_ps(0xffff, a, b); }
-static inline Floats greater(Floats a, Floats b) { return _mm512_maskz_max_ps(0xffff, a, b); }
 
 typedef __m512i Words;
 static inline Words loaded(const uint16_t* values) { return _mm512_loadu_si512(values); }
@@ -62,11 +50,6 @@ static inline Doubles rotated(Doubles x) {
 
 static inline uint32_t signsOf(Doubles x) { return uint32_t(_mm256_movemask_pd(x)); }
 
-typedef __m256 Floats;
-static inline Floats loaded(const float* values) { return _mm256_loadu_ps(values); }
-static inline Floats lesser(Floats a, Floats b) { return _mm256_min_ps(a, b); }
-static inline Floats greater(Floats a, Floats b) { return _mm256_max_ps(a, b); }
-
 typedef __m256i Words;
 static inline Words loaded(const uint16_t* values) {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i_u*>(values));
@@ -97,11 +80,6 @@ static inline Doubles rotated(Doubles x) {
 
 static inline uint32_t signsOf(Doubles x) { return uint32_t(_mm_movemask_pd(x)); }
 
-typedef __m128 Floats;
-static inline Floats loaded(const float* values) { return _mm_loadu_ps(values); }
-static inline Floats lesser(Floats a, Floats b) { return _mm_min_ps(a, b); }
-static inline Floats greater(Floats a, Floats b) { return _mm_max_ps(a, b); }
-
 typedef __m128i Words;
 static inline Words loaded(const uint16_t* values) {
   return _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(values));
@@ -119,7 +97,7 @@ static inline Words upperHalves(Words a) { return _mm_srli_epi32(a, 16); }
 #endif
 
 constexpr ptrdiff_t doublesAtOnce = sizeof(Doubles) / sizeof(double);
-constexpr ptrdiff_t floatsAtOnce = sizeof(Floats) / sizeof(float);
+constexpr ptrdiff_t floatsAtOnce = lanes<Floats, float>;
 constexpr ptrdiff_t wordsAtOnce = sizeof(Words) / sizeof(uint16_t);
 
 // Sum of signed lanes of 32 bits.

@@ -261,6 +261,17 @@ TEST_F(GaussLevels, OnePixelIsCopied) {
   }
 }
 
+// Also where a sum would leave the floats.
+TEST_F(GaussLevels, OnePixelOfAnySizeIsDoubled) {
+  for (const float value : {3.4e38f, -3.4e38f, 1e-45f}) {
+    const float src[3] = {value, 1, -value};
+    float up[12] = {};
+    uint8_t buffer[256];
+    ASSERT_EQ(qoriPyrUp_Gauss5x5_32f_C3R(src, 12, up, 24, {1, 1}, buffer), qorStatusOk);
+    for (int i = 0; i < 12; ++i) EXPECT_EQ(up[i], src[i % 3]);
+  }
+}
+
 // Doubling mirrors before the first pixel and repeats the last one: a single bright pixel shows it.
 TEST_F(GaussLevels, DoublingIsAsymmetric) {
   const auto doubled = [](std::vector<float> row) {
