@@ -42,12 +42,14 @@ QORAPI(const QorLibraryVersion*, qorcvGetLibVersion, (void));
 
 #include "qorcvmx/arith.h"
 #include "qorcvmx/detect.h"
+#include "qorcvmx/distance.h"
 #include "qorcvmx/feature.h"
 #include "qorcvmx/filter.h"
 #include "qorcvmx/geometry.h"
 #include "qorcvmx/morph.h"
 #include "qorcvmx/motion.h"
 #include "qorcvmx/pyramid.h"
+#include "qorcvmx/segment.h"
 #include "qorcvmx/stats.h"
 
 #ifdef __cplusplus

@@ -78,6 +78,10 @@ void visitCorners(const Picture& picture, Wall& wall);
 void visitTracking(const Picture& picture, Wall& wall);
 void visitUndistortion(const Picture& picture, Wall& wall);
 void visitSuperResolution(const Picture& picture, Wall& wall);
+void visitDistances(const Picture& picture, Wall& wall);
+void visitInpainting(const Picture& picture, Wall& wall);
+void visitFloodFill(const Picture& picture, Wall& wall);
+void visitSegments(const Picture& picture, Wall& wall);
 
 }  // namespace tour
 

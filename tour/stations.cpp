@@ -49,6 +49,27 @@ const std::vector<Station>& stations() {
        "which "
        "lets a marker grow under a picture until nothing changes any more.",
        Input::gray, visitMorphology},
+      {"distances", "Distances",
+       "How far it is from every pixel to the nearest edge. Chamfer distances add up steps between neighbours in two "
+       "passes over the picture; the more kinds of steps, the rounder the shapes. The true distance is exact. The "
+       "edges "
+       "come from the Canny detector; the times are those of the distances alone.",
+       Input::gray, visitDistances},
+      {"inpainting", "Inpainting",
+       "A scratched photograph restored: each lost pixel is filled from the known ones around it, from the edge of the "
+       "damage inward, in the order of its distance from that edge.",
+       Input::gray, visitInpainting},
+      {"floodfill", "Flood fill",
+       "Fills that start at one pixel and spread to its neighbours: over equal pixels, over values in a range about "
+       "the "
+       "seed's, or along small steps wherever they lead. The grey picture stands in three equal channels, so that the "
+       "fills show in colour; the times contain a copy of the picture.",
+       Input::gray, visitFloodFill},
+      {"segments", "Segments",
+       "Connected regions get numbers; a watershed separates objects that touch, flooding from the deepest points of "
+       "their distance map; and markers on a grid grow into mosaics of the picture, by steepness, by distance or by "
+       "similarity.",
+       Input::gray, visitSegments},
       {"statistics", "Statistics",
        "What can be said of a picture in numbers, whole, under a mask, or channel by channel.", Input::gray,
        visitStatistics},
