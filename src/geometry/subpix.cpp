@@ -124,9 +124,8 @@ static void copyByColumns(const Src* src, int32_t srcStep, float* dst, int32_t d
   const float top = right * (1 - below), bottom = right * below, ratio = (1 - right) / right;
   for (int32_t y = 0; y < roiSize.height; ++y) {
     const Src *p = rowAt(src, srcStep, y), *q = rowAt(src, srcStep, ptrdiff_t(y) + 1);
-    float* row = rowAt(dst, dstStep, y);
+    float* __restrict row = rowAt(dst, dstStep, y);
     const auto column = [=](ptrdiff_t x) { return float(p[x]) * top + float(q[x]) * bottom; };
-    QOR_INDEPENDENT
     for (ptrdiff_t x = 0; x < roiSize.width; ++x) row[x] = column(x) * ratio + column(x + 1);
   }
 }
