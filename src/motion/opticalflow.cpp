@@ -165,14 +165,14 @@ static void scharr(const float* src, int32_t srcStep, float* across, float* down
   qoriFilterScharrHorizBorder_32f_C1R(src, srcStep, down, stride, size, border, 0, buffer);
 }
 
-// The filters' memory is that of the threads at the state's creation. With more threads now, bands too low for the
-// filters to be shared out take its place.
+// In bands too low for the filters to be shared out: their memory is that of the threads at the state's creation, and a
+// filter that asks for several threads but is given one reads beyond the image.
 template <class Source, class P>
 static void gradientPlanes(const Source* src, int32_t srcStep, P* across, P* down, int64_t stride, QoriSize size,
-                           int32_t threadCount, uint8_t* buffer) {
-  const int32_t band = owncvGetMaxNumThreads() <= threadCount || size.height < 256 ? size.height : 255;
+                           uint8_t* buffer) {
+  constexpr int32_t band = 255;
   for (int32_t y = 0; y < size.height; y += band) {
-    const int32_t rows = size.height - y < band ? size.height - y : band;
+    const int32_t rows = std::min(size.height - y, band);
     QoriBorderType border = qorBorderReplicate;
     if (y > 0) border |= qorBorderRowsAbove;
     if (y + rows < size.height) border |= qorBorderRowsBelow;
@@ -201,9 +201,9 @@ static Level<Pixel> planeLevel(const FlowCall<Pixel>& c, int32_t index, const La
       qorsConvert_16u32f(rowAt(image, step, y), row, size.width);
       qorsMulC_32f_I(0.03125f, row, size.width);
     }
-    gradientPlanes(converted, int32_t(stride), across, down, stride, size, c.state->threadCount, base + layout.filters);
+    gradientPlanes(converted, int32_t(stride), across, down, stride, size, base + layout.filters);
   } else {
-    gradientPlanes(image, step, across, down, stride, size, c.state->threadCount, base + layout.filters);
+    gradientPlanes(image, step, across, down, stride, size, base + layout.filters);
     for (int32_t y = 0; y < size.height; ++y) {
       P *acrossRow = rowAt(across, stride, y), *downRow = rowAt(down, stride, y);
       if constexpr (sizeof(Pixel) == 1) {

@@ -630,6 +630,33 @@ TEST_F(OpticalFlow, aStateServesItsThreadsOnly) {
   });
 }
 
+// From inside a parallel region the runtime gives teams of one thread, whatever is asked for.
+TEST_F(OpticalFlow, staysInsideTheImagesWithoutATeam) {
+  Random random(14);
+  forMembers([&](const auto& member) {
+    using T = typename std::decay_t<decltype(member)>::Pixel;
+    constexpr QoriSize size = {300, 600};
+    const auto prev = grid(size, 20, 60);
+    const Settings s = {11, 0, 4, 0.01f, {310, 610}};
+    for (int i = 0; i < 4; ++i) {
+      const Pyramid<T> first(random, size, 0, Scene{}), second(random, size, 0, Scene{{0.5f, 0.5f}, 1});
+      services::reset();
+      const Tracked alone = tracked(member, first.record, second.record, prev, prev, s);
+      services::threads(4);
+      Tracked is;
+#pragma omp parallel num_threads(2)
+      {
+#pragma omp master
+        is = tracked(member, first.record, second.record, prev, prev, s);
+      }
+      for (size_t p = 0; p < prev.size(); ++p) {
+        ASSERT_EQ(is.status[p], alone.status[p]);
+        ASSERT_TRUE(sameValue(is.next[p].x, alone.next[p].x) && sameValue(is.error[p], alone.error[p]));
+      }
+    }
+  });
+}
+
 TEST_F(OpticalFlow, stateStatuses) {
   forMembers([&](const auto& member) {
     services::reset();
