@@ -2,9 +2,6 @@
 // the matrix has.
 //
 // The peaks are searched and drawn by the tour; the library gives the measures.
-//
-// Odd: where the filters ask for several threads and get only one, the mean reads scratch memory above and below its
-// planes, so the two outer rows of a measure are neither compared nor shown.
 #include <cmath>
 #include <string>
 
@@ -21,23 +18,6 @@ struct Corner {
 };
 
 }  // namespace
-
-static constexpr int32_t outerRows = 2;
-
-// hang(), without the outer rows.
-template <class Show>
-static void hangInner(Wall& wall, const Label& label, const std::vector<Step>& steps, const Image32f& result,
-                      Show show) {
-  const int32_t skipped = result.height > 2 * outerRows ? outerRows : 0, rows = result.height - 2 * skipped;
-  const Times times =
-      measure(steps, result.row(skipped), static_cast<size_t>(result.step()) * static_cast<size_t>(rows));
-  Image32f shown = result;
-  for (int32_t i = 0; i < skipped; ++i) {
-    std::copy_n(shown.row(skipped), shown.pitch, shown.row(i));
-    std::copy_n(shown.row(shown.height - 1 - skipped), shown.pitch, shown.row(shown.height - 1 - i));
-  }
-  wall.push_back({label, codeOf(steps), times, show(shown)});
-}
 
 // Pixels above `share` of the greatest value that are the highest of all within `reach`, strongest first, and of those
 // with equal strength the first.
@@ -79,24 +59,23 @@ void visitCorners(const Picture& picture, Wall& wall) {
   Image32f measured(roiSize.width, roiSize.height);
   float* dst = measured.data();
   int32_t dstStep = measured.step();
-  hangInner(
-      wall,
-      {"smaller-eigenvalue", "Smaller eigenvalue, Sobel 3×3, mean over 5×5",
-       "How strongly the brightness changes in the direction in which it changes least. Flat areas and straight edges "
-       "are dark; what changes in all directions is bright. Shown is its square root."},
-      {TOUR_STEP_WITH_BUFFER(qoriMinEigenValGetBufferSize_8u32f_C1R(roiSize, 3, 5, &bufferSize),
-                             qoriMinEigenVal_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 0, 3, 5, buffer))},
-      measured, [](const Image32f& values) {
-        Image32f roots(values.width, values.height);
-        for (int32_t y = 0; y < values.height; ++y) {
-          for (int32_t x = 0; x < values.width; ++x) {
-            roots.row(y)[x] = std::sqrt(std::max(0.0f, values.row(y)[x])) * 16;
-          }
-        }
-        Visible visible = fromZeroAsGray(roots);
-        visible.scale = "Black is 0; the upper end is chosen from the picture.";
-        return visible;
-      });
+  hang(wall,
+       {"smaller-eigenvalue", "Smaller eigenvalue, Sobel 3×3, mean over 5×5",
+        "How strongly the brightness changes in the direction in which it changes least. Flat areas and straight edges "
+        "are dark; what changes in all directions is bright. Shown is its square root."},
+       {TOUR_STEP_WITH_BUFFER(qoriMinEigenValGetBufferSize_8u32f_C1R(roiSize, 3, 5, &bufferSize),
+                              qoriMinEigenVal_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 0, 3, 5, buffer))},
+       measured, [](const Image32f& values) {
+         Image32f roots(values.width, values.height);
+         for (int32_t y = 0; y < values.height; ++y) {
+           for (int32_t x = 0; x < values.width; ++x) {
+             roots.row(y)[x] = std::sqrt(std::max(0.0f, values.row(y)[x])) * 16;
+           }
+         }
+         Visible visible = fromZeroAsGray(roots);
+         visible.scale = "Black is 0; the upper end is chosen from the picture.";
+         return visible;
+       });
 
   const int32_t reach = std::max(3, std::min(roiSize.width, roiSize.height) / 60);
   const auto drawPeaks = [&](const Image32f& values, float share, const uint8_t(&colour)[3]) {
@@ -108,54 +87,52 @@ void visitCorners(const Picture& picture, Wall& wall) {
     }
     return Visible{drawn, std::to_string(peaks.size()) + " corners."};
   };
-  hangInner(
-      wall,
-      {"corners", "Corners",
-       "Its peaks above an eighth of the highest one, drawn by the tour: points that can be found again in the next "
-       "picture of a sequence."},
-      {TOUR_STEP_WITH_BUFFER(qoriMinEigenValGetBufferSize_8u32f_C1R(roiSize, 3, 5, &bufferSize),
-                             qoriMinEigenVal_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 0, 3, 5, buffer))},
-      measured, [&](const Image32f& values) { return drawPeaks(values, 0.125f, yellow); });
-  hangInner(wall,
-            {"corners-scharr", "Corners, Scharr, mean over 3×3",
-             "With the Scharr filters and a small window finer corners come up; again those above an eighth of the "
-             "highest."},
-            {TOUR_STEP_WITH_BUFFER(qoriMinEigenValGetBufferSize_8u32f_C1R(roiSize, 3, 3, &bufferSize),
-                                   qoriMinEigenVal_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 1, 3, 3, buffer))},
-            measured, [&](const Image32f& values) { return drawPeaks(values, 0.125f, orange); });
+  hang(wall,
+       {"corners", "Corners",
+        "Its peaks above an eighth of the highest one, drawn by the tour: points that can be found again in the next "
+        "picture of a sequence."},
+       {TOUR_STEP_WITH_BUFFER(qoriMinEigenValGetBufferSize_8u32f_C1R(roiSize, 3, 5, &bufferSize),
+                              qoriMinEigenVal_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 0, 3, 5, buffer))},
+       measured, [&](const Image32f& values) { return drawPeaks(values, 0.125f, yellow); });
+  hang(wall,
+       {"corners-scharr", "Corners, Scharr, mean over 3×3",
+        "With the Scharr filters and a small window finer corners come up; again those above an eighth of the "
+        "highest."},
+       {TOUR_STEP_WITH_BUFFER(qoriMinEigenValGetBufferSize_8u32f_C1R(roiSize, 3, 3, &bufferSize),
+                              qoriMinEigenVal_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 1, 3, 3, buffer))},
+       measured, [&](const Image32f& values) { return drawPeaks(values, 0.125f, orange); });
 
   Image32f six(roiSize.width, roiSize.height, 6);
   dst = six.data();
   dstStep = six.step();
-  hangInner(
-      wall,
-      {"directions", "Directions",
-       "Both eigenvalues and eigenvectors. Each stroke runs along the second eigenvector, the direction in which the "
-       "brightness changes least: along hair, rims and edges. Where the matrix is nearly singular, or hardly anything "
-       "changes, there is none."},
-      {TOUR_STEP_WITH_BUFFER(qoriEigenValsVecsGetBufferSize_8u32f_C1R(roiSize, 5, 5, &bufferSize),
-                             qoriEigenValsVecs_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 0, 5, 5, buffer))},
-      six, [&](const Image32f& values) {
-        Image8u drawn = dimmed(gray, 45);
-        constexpr int32_t cell = 8;
-        for (int32_t y0 = 0; y0 < roiSize.height; y0 += cell) {
-          for (int32_t x0 = 0; x0 < roiSize.width; x0 += cell) {
-            // The pixel of the cell that changes most.
-            const float* best = nullptr;
-            int32_t bestX = 0, bestY = 0;
-            for (int32_t y = y0; y < std::min(y0 + cell, roiSize.height); ++y) {
-              for (int32_t x = x0; x < std::min(x0 + cell, roiSize.width); ++x) {
-                const float* pixel = values.row(y) + ptrdiff_t{6} * x;
-                if (!best || pixel[0] > best[0]) best = pixel, bestX = x, bestY = y;
-              }
-            }
-            if (best[0] < 1.0f) continue;
-            const double dx = best[4] * (cell + 1) / 2, dy = best[5] * (cell + 1) / 2;
-            line(drawn, bestX - dx, bestY - dy, bestX + dx, bestY + dy, cyan);
-          }
-        }
-        return Visible{drawn, "One stroke in each square of 8 by 8 pixels, at its strongest pixel."};
-      });
+  hang(wall,
+       {"directions", "Directions",
+        "Both eigenvalues and eigenvectors. Each stroke runs along the second eigenvector, the direction in which the "
+        "brightness changes least: along hair, rims and edges. Where the matrix is nearly singular, or hardly anything "
+        "changes, there is none."},
+       {TOUR_STEP_WITH_BUFFER(qoriEigenValsVecsGetBufferSize_8u32f_C1R(roiSize, 5, 5, &bufferSize),
+                              qoriEigenValsVecs_8u32f_C1R(src, srcStep, dst, dstStep, roiSize, 0, 5, 5, buffer))},
+       six, [&](const Image32f& values) {
+         Image8u drawn = dimmed(gray, 45);
+         constexpr int32_t cell = 8;
+         for (int32_t y0 = 0; y0 < roiSize.height; y0 += cell) {
+           for (int32_t x0 = 0; x0 < roiSize.width; x0 += cell) {
+             // The pixel of the cell that changes most.
+             const float* best = nullptr;
+             int32_t bestX = 0, bestY = 0;
+             for (int32_t y = y0; y < std::min(y0 + cell, roiSize.height); ++y) {
+               for (int32_t x = x0; x < std::min(x0 + cell, roiSize.width); ++x) {
+                 const float* pixel = values.row(y) + ptrdiff_t{6} * x;
+                 if (!best || pixel[0] > best[0]) best = pixel, bestX = x, bestY = y;
+               }
+             }
+             if (best[0] < 1.0f) continue;
+             const double dx = best[4] * (cell + 1) / 2, dy = best[5] * (cell + 1) / 2;
+             line(drawn, bestX - dx, bestY - dy, bestX + dx, bestY + dy, cyan);
+           }
+         }
+         return Visible{drawn, "One stroke in each square of 8 by 8 pixels, at its strongest pixel."};
+       });
 }
 
 }  // namespace tour

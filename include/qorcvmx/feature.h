@@ -45,9 +45,7 @@ QORAPI(QorStatus, qoriCanny_32f8u_C1R,
  * eigenvalue is tiny against the other (a straight edge) gives six zeros; one that is nearly diagonal gives the axes as
  * eigenvectors; one of a flat region gives zeros.
  *
- * `buffer` has the size that the GetBufferSize function reports. Threads are used where and as the filters use them; as
- * with those, a call that asks for several threads and is given one reads two rows above and below `src`, and its
- * outermost two rows are then undefined.
+ * `buffer` has the size that the GetBufferSize function reports. Threads are used where the filters use them.
  *
  * In the 32f form a `dstStep` of 4 * width is taken, although each row writes 24 * width bytes: the caller has to give
  * at least that much, or rows overlap, the later one on top.

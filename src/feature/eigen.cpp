@@ -65,7 +65,7 @@ struct EigenCall {
 template <class Slope>
 struct EigenScratch {
   Slope *dx, *dy;
-  float *products, *smoothed;
+  float* products;
   ptrdiff_t stride, plane;  // in elements
   uint8_t* filterBuffer;
 };
@@ -169,13 +169,13 @@ static QorStatus runBands(const EigenCall<T>& c, int32_t firstRow, int32_t limit
     }
     const ptrdiff_t skipped = s.stride * above;
     for (int32_t i = 0; i < 3; ++i) {
-      status = qoriFilterLowpassBorder_32f_C1R(s.products + i * s.plane + skipped, planeStep,
-                                               s.smoothed + i * s.plane + skipped, planeStep, {width, rows}, meanMask,
+      float* const plane = s.products + i * s.plane + skipped;
+      status = qoriFilterLowpassBorder_32f_C1R(plane, planeStep, plane, planeStep, {width, rows}, meanMask,
                                                borderOf(first, first + rows), 0, s.filterBuffer);
       if (status < 0) return status;
     }
     for (int32_t y = 0; y < rows; ++y) {
-      const float* a = s.smoothed + skipped + s.stride * y;
+      const float* a = s.products + skipped + s.stride * y;
       finish(first + y, a, a + s.plane, a + 2 * s.plane);
     }
   }
@@ -192,7 +192,7 @@ static QorStatus eigenPipeline(const EigenCall<T>& c, int32_t rowBytes, Finish f
   scratch.plane = ptrdiff_t(stride) * height;
   scratch.dx = alignUp<Slope>(c.buffer, 32);
   scratch.dy = scratch.dx + scratch.plane;
-  scratch.products = scratch.smoothed = reinterpret_cast<float*>(scratch.dy + scratch.plane);
+  scratch.products = reinterpret_cast<float*>(scratch.dy + scratch.plane);
   scratch.filterBuffer = reinterpret_cast<uint8_t*>(scratch.products + 3 * scratch.plane);
   const int32_t planeRow = stride * int32_t(3 * sizeof(float) + 2 * sizeof(Slope));
   const int32_t bandRows = std::clamp(bandBytes / planeRow, fewestBandRows, mostBandRows);
@@ -202,13 +202,13 @@ static QorStatus eigenPipeline(const EigenCall<T>& c, int32_t rowBytes, Finish f
   if (status < 0) return status;
   EigenCall<T> call = c;
   call.buffer = scratch.filterBuffer;
-  bool wholeImage = false;
+  bool inOrder = false;
   runFilter(call, filterBytes, [&](const EigenCall<T>& stripe) {
-    // A filter that is given a single thread, though it asks for more, reads rows beyond the image and beyond the
-    // planes; and rows that overlap need their order.
+    // A stripe that is given a single thread, though it asked for more, would read rows beyond the image; and rows
+    // that overlap need their order.
     const bool threaded = stripe.borderType != qorBorderReplicate, alone = stripe.roiSize.height == height;
     if (threaded && (alone || c.dstStep < rowBytes)) {
-      if (stripe.src == c.src) wholeImage = true;
+      if (stripe.src == c.src) inOrder = true;
       return;
     }
     const int32_t row =
@@ -217,17 +217,13 @@ static QorStatus eigenPipeline(const EigenCall<T>& c, int32_t rowBytes, Finish f
     own.dx += scratch.stride * row;
     own.dy += scratch.stride * row;
     own.products += scratch.stride * row;
-    own.smoothed = own.products;
     own.filterBuffer = stripe.buffer;
     // What a filter refuses it refuses for every stripe.
     const QorStatus ofStripe = runBands(c, row, row + stripe.roiSize.height, bandRows, own, finish);
     if (stripe.src == c.src) status = ofStripe;
   });
-  if (!wholeImage) return status;
-  // One band, whose filters have their own threads and cannot work in place: smoothed planes lie one plane before the
-  // products, where there is room for one in either form.
-  scratch.smoothed = scratch.products - scratch.plane;
-  return runBands(c, 0, height, height, scratch, finish);
+  // Bands are too low for the filters to be shared out themselves.
+  return inOrder ? runBands(c, 0, height, bandRows, scratch, finish) : status;
 }
 
 template <class T>

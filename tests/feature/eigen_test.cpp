@@ -177,10 +177,10 @@ QorStatus measureInExactBuffer(bool vectors, const T* src, int32_t srcStep, floa
 
 // First difference of the rows from `firstRow` to before `limitRow`, as text. The sign of a zero is free in vectors.
 std::string differenceOf(bool vectors, const Image<float>& dst, const Tensor& t, const Settings& s, int32_t firstRow,
-                         int32_t limitRow, int32_t modelRow = 0) {
+                         int32_t limitRow) {
   for (int32_t y = firstRow; y < limitRow; ++y) {
     for (int32_t x = 0; x < dst.width(); ++x) {
-      const size_t i = size_t(y + modelRow) * dst.width() + x;
+      const size_t i = size_t(y) * dst.width() + x;
       const auto should =
           vectors ? valsVecs(t.a[i], t.b[i], t.c[i], s) : std::array<float, 6>{minEigenVal(t.a[i], t.b[i], t.c[i], s)};
       for (int32_t k = 0; k < dst.channels(); ++k) {
@@ -477,23 +477,22 @@ TYPED_TEST(EigenOf, TheFiltersUseTheirThreads) {
   }
 }
 
-// A filter that is given a single thread, though it may use more, reads the rows above and below the region. Away from
-// them the results are those of the larger picture; the scratch is never left.
-TYPED_TEST(EigenOf, ALoneThreadReadsBeyondTheRegionAndNotBeyondTheScratch) {
+// Where a team is asked for and the runtime gives one thread, a filter of its own would read the rows above and below
+// the region. Here nothing is read beyond it, and the results are the usual ones.
+TYPED_TEST(EigenOf, ALoneThreadStaysInsideTheImages) {
   Random random(13);
+  const QoriSize size = {260, 260};
   for (const Settings& s : allSettings) {
-    AnyImage<TypeParam> large(random, {260, 264});
-    fillAny(large, random);
-    const Tensor tensor = tensorOf(large, s);
-    const QoriSize size = {260, 260};
-    const auto* src =
-        reinterpret_cast<const TypeParam*>(reinterpret_cast<const char*>(large.data()) + 2 * large.step());
+    AnyImage<TypeParam> src(random, size);
+    fillAny(src, random);
+    const Tensor tensor = tensorOf(src, s);
     services::maxThreads = services::cores = 2;
     services::teamSize = int32_t(random.number(0, 1));
     for (const bool vectors : {false, true}) {
       Image<float> dst(size.width, size.height, vectors ? 6 : 1);
-      ASSERT_EQ(measureInExactBuffer(vectors, src, large.step(), dst.data(), dst.step(), size, s, random), qorStatusOk);
-      ASSERT_EQ(differenceOf(vectors, dst, tensor, s, 2, size.height - 2, 2), "") << nameOf(s, size);
+      ASSERT_EQ(measureInExactBuffer(vectors, src.data(), src.step(), dst.data(), dst.step(), size, s, random),
+                qorStatusOk);
+      ASSERT_EQ(differenceOf(vectors, dst, tensor, s, 0, size.height), "") << nameOf(s, size);
     }
   }
 }
