@@ -49,7 +49,10 @@ static void addDeviation(const char* name, Function function, Planes planes, int
   });
 }
 
+static void addStages() {}
+
 static const bool added = [] {
+  addStages();
   addIntegral<int32_t>("qoriIntegral_8u32s_C1R", qoriIntegral_8u32s_C1R, 1);
   addIntegral<float>("qoriIntegral_8u32f_C1R", qoriIntegral_8u32f_C1R, 1);
   addSqrIntegral<int32_t, int32_t>("qoriSqrIntegral_8u32s_C1R", qoriSqrIntegral_8u32s_C1R, 1);

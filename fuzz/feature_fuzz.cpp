@@ -54,7 +54,13 @@ static void addCornerSize(const char* name, Query query) {
   });
 }
 
+static void addLines() {}
+
+static void addSmallMeasures() {}
+
 static const bool added = [] {
+  addLines();
+  addSmallMeasures();
   addCorners<uint8_t>("qoriEigenValsVecs_8u32f_C1R", qoriEigenValsVecs_8u32f_C1R,
                       qoriEigenValsVecsGetBufferSize_8u32f_C1R, 6);
   addCorners<float>("qoriEigenValsVecs_32f_C1R", qoriEigenValsVecs_32f_C1R, qoriEigenValsVecsGetBufferSize_32f_C1R, 6);

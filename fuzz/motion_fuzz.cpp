@@ -62,7 +62,13 @@ static void addFlow(const char* name, Init init, Free release, Function function
   });
 }
 
+static void addGaussianBackground() {}
+
+static void addHistogramBackground() {}
+
 static const bool added = [] {
+  addGaussianBackground();
+  addHistogramBackground();
   addFlow<uint8_t>("qoriOpticalFlowPyrLK_8u_C1R", qoriOpticalFlowPyrLKInitAlloc_8u_C1R, qoriOpticalFlowPyrLKFree_8u_C1R,
                    qoriOpticalFlowPyrLK_8u_C1R);
   addFlow<uint16_t>("qoriOpticalFlowPyrLK_16u_C1R", qoriOpticalFlowPyrLKInitAlloc_16u_C1R,

@@ -82,6 +82,10 @@ void visitDistances(const Picture& picture, Wall& wall);
 void visitInpainting(const Picture& picture, Wall& wall);
 void visitFloodFill(const Picture& picture, Wall& wall);
 void visitSegments(const Picture& picture, Wall& wall);
+void visitLines(const Picture& picture, Wall& wall);
+void visitMeasures(const Picture& picture, Wall& wall);
+void visitDetection(const Picture& picture, Wall& wall);
+void visitStreet(const Picture& picture, Wall& wall);
 
 }  // namespace tour
 

@@ -134,3 +134,5 @@ QORAPI(QorStatus, qoriTiltedRectStdDev_32f_C1R,
        (const float* src, int32_t srcStep, const double* sqr, int32_t sqrStep, float* dst, int32_t dstStep,
         QoriSize roiSize, QoriRect rect));
 /**@}*/
+
+/* --- detection stages --- */

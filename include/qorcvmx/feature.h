@@ -94,3 +94,13 @@ QORAPI(QorStatus, qoriMinEigenValGetBufferSize_32f_C1R,
 QORAPI(QorStatus, qoriMinEigenValGetBufferSize_8u32f_C1R,
        (QoriSize roiSize, int32_t apertureSize, int32_t avgWindow, int32_t* bufferSize));
 /**@}*/
+
+/* --- lines --- */
+
+/* --- gradient to gray --- */
+
+/* --- arctangent --- */
+
+/* --- line samples --- */
+
+/* --- peaks --- */

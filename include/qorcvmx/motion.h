@@ -92,3 +92,7 @@ QORAPI(QorStatus, qoriOpticalFlowPyrLK_32f_C1R,
         uint8_t* status, float* error, int32_t numPoints, int32_t winSize, int32_t maxLevel, int32_t maxIter,
         float threshold, QoriOptFlowState* state));
 /**@}*/
+
+/* --- gaussian background model --- */
+
+/* --- histogram background model --- */

@@ -62,6 +62,12 @@ typedef struct {
   float y;
 } QoriPoint_32f;
 
+/** A line in its normal form: distance from the origin in pixels, and angle of the normal in radians. */
+typedef struct {
+  float rho;
+  float theta;
+} QoriPointPolar;
+
 /** Upright rectangle in pixels: left column, top row, size. */
 typedef struct {
   int32_t x;
