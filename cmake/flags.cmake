@@ -7,12 +7,15 @@ endif()
 
 if(QOR_SANITIZE)
   # The library takes images at any address, so misaligned pointers are no finding.
-  add_compile_options(-fsanitize=${QOR_SANITIZE} -fno-sanitize=alignment -fno-sanitize-recover=all
-                      -fno-omit-frame-pointer -g)
-  add_link_options(-fsanitize=${QOR_SANITIZE})
+  set(QOR_SANITIZE_FLAGS -fsanitize=${QOR_SANITIZE} -fno-sanitize=alignment -fno-sanitize-recover=all
+                         -fno-omit-frame-pointer -g)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
     # Instrumented loops are not vectorized; Clang says so for each that asks for it.
-    add_compile_options(-Wno-pass-failed)
+    list(APPEND QOR_SANITIZE_FLAGS -Wno-pass-failed)
+  endif()
+  if(NOT QOR_LEVELS STREQUAL "all")
+    add_compile_options(${QOR_SANITIZE_FLAGS})
+    add_link_options(-fsanitize=${QOR_SANITIZE})
   endif()
 endif()
 

@@ -11,6 +11,7 @@
 
 #include "qorcvmx.h"
 #include "support/image.h"
+#include "support/instrumented.h"
 #include "support/memory.h"
 #include "support/random.h"
 #include "support/services.h"
@@ -18,11 +19,7 @@
 
 namespace {
 
-#ifdef QOR_TEST_UNDER_SANITIZERS
-constexpr int32_t thorough = 1;
-#else
-constexpr int32_t thorough = 8;
-#endif
+const int32_t thorough = instrumented() ? 1 : 8;
 
 const float nan32 = std::numeric_limits<float>::quiet_NaN();
 const float infinite32 = std::numeric_limits<float>::infinity();

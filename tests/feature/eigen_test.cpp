@@ -13,6 +13,7 @@
 
 #include "qorcvmx.h"
 #include "support/any_image.h"
+#include "support/instrumented.h"
 #include "support/memory.h"
 #include "support/random.h"
 #include "support/regions.h"
@@ -21,11 +22,7 @@
 
 namespace {
 
-#ifdef QOR_TEST_UNDER_SANITIZERS
-constexpr int32_t thorough = 1;
-#else
-constexpr int32_t thorough = 6;
-#endif
+const int32_t thorough = instrumented() ? 1 : 6;
 
 class Eigen : public ::testing::Test {
  protected:

@@ -6,6 +6,7 @@
 
 #include "qorcvmx.h"
 #include "support/image.h"
+#include "support/instrumented.h"
 #include "support/memory.h"
 #include "support/random.h"
 #include "support/services.h"
@@ -13,11 +14,7 @@
 
 namespace {
 
-#ifdef QOR_TEST_UNDER_SANITIZERS
-constexpr int32_t thorough = 1;
-#else
-constexpr int32_t thorough = 8;
-#endif
+const int32_t thorough = instrumented() ? 1 : 8;
 
 // The functions of one kernel size, under common names.
 struct Psf2x2 {

@@ -1,15 +1,16 @@
 #!/bin/bash
 # Runs the tour on photographs, on every kind of picture that it reads and on bad files, and looks at what it leaves.
-# Usage: tour_test.sh TOUR PHOTOS
+# Usage: tour_test.sh PHOTOS TOUR..., the program perhaps behind an `env` that sets its surroundings
 set -u
-tour=$1
-photos=$2
+photos=$1
+shift
+tour=("$@")
 data=$(cd "$(dirname "$0")/data" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
 
-[ -x "$tour" ] || { echo "no program $tour"; exit 1; }
+[ -x "${tour[-1]}" ] || { echo "no program ${tour[-1]}"; exit 1; }
 
 fail() {
   echo "FAILED: $*"
@@ -20,7 +21,7 @@ fail() {
 expect_exit() {
   local wanted=$1
   shift
-  "$tour" "$@" >"$work/stdout" 2>"$work/stderr"
+  "${tour[@]}" "$@" >"$work/stdout" 2>"$work/stderr"
   local got=$?
   if [ "$got" -ne "$wanted" ]; then
     fail "exit status $got instead of $wanted: $*"
