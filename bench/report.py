@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs the benchmark program on each level of the library and prints one table.
+"""Runs the benchmark program on each level of the library, prints one table and draws a chart.
 
 Usage: report.py BENCH PINNED_DIR TARGETS OUT_DIR [FILTER]
 
@@ -11,6 +11,8 @@ import os
 import re
 import subprocess
 import sys
+
+import chart
 
 LEVELS = ("v1", "v3", "v4")
 REPETITIONS = 5
@@ -70,6 +72,7 @@ def main():
 
     header = f"{'function':44} {'case':40} {'size':10} " + " ".join(f"{level:>8}" for level in times)
     lines = [header + f" {best + '/v1':>7} {'threads':>8} {'target':>8}"]
+    rows = []
     missed = 0
     for function, case, size, threads in sorted(times[best]):
         if threads != "one" or function == "copy":
@@ -80,12 +83,15 @@ def main():
         speedup = times[best][function, case, size, "one"] / all_threads if all_threads else None
         late = target is not None and copies[best] >= target
         missed += late
+        rows.append((function, case, size, copies[best], target))
         lines.append(f"{function:44} {case[:40]:40} {size:10} " + " ".join(f"{c:8.1f}" for c in copies.values()) +
                      f" {copies['v1'] / copies[best]:7.1f} {number(speedup):>8} {number(target):>8}" +
                      ("  MISSED" if late else ""))
     with open(os.path.join(out_dir, "table.txt"), "w") as f:
         f.write("\n".join(lines) + "\n")
     print("\n".join(lines))
+    if chart.draw(rows, best, os.path.join(out_dir, "chart.svg")):
+        print(f"table.txt and chart.svg are in {out_dir}")
     measured = {function for function, *_ in times[best]}
     for function, fact in facts.items():
         if function in measured:

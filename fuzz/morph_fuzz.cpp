@@ -56,7 +56,7 @@ void addPlain(const char* name, int32_t channels, GetSize getSize, Init init, In
     const bool own = a.chance(50);
     const int32_t bytes = own ? trueSize(initAlloc, width, e) : 0;
     const auto block = a.guarded(bytes);
-    if (a.chance(3)) services::failAfter(a.number(0, 3));
+    if (fuzz::alone && a.chance(3)) services::failAfter(a.number(0, 3));
     QoriMorphState* state = own && bytes > 0 ? reinterpret_cast<QoriMorphState*>(block->data()) : nullptr;
     const QorStatus status = own ? init(width, e.mask, e.size, e.anchor, state)
                                  : initAlloc(width, e.mask, e.size, e.anchor, a.chance(3) ? nullptr : &state);
@@ -91,7 +91,7 @@ void addCompound(const char* name, int32_t channels, GetSize getSize, Init init,
       bytes = rectangle > 0 ? int32_t(2 * (kinds > rectangle ? kinds : rectangle) + most.height * row + 128) : 0;
     }
     const auto block = a.guarded(bytes);
-    if (a.chance(3)) services::failAfter(a.number(0, 7));
+    if (fuzz::alone && a.chance(3)) services::failAfter(a.number(0, 7));
     QoriMorphAdvState* state = own && bytes > 0 ? reinterpret_cast<QoriMorphAdvState*>(block->data()) : nullptr;
     const QorStatus status = own ? init(state, most, e.mask, e.size, e.anchor)
                                  : initAlloc(a.chance(3) ? nullptr : &state, most, e.mask, e.size, e.anchor);
@@ -184,7 +184,7 @@ void addGray(const char* name, GetSize getSize, Init init, InitAlloc initAlloc, 
     int32_t bytes = 0;
     getSize(most, kernel, maskSize, &bytes);
     const auto block = a.guarded(bytes);
-    if (a.chance(3)) services::failAfter(0);
+    if (fuzz::alone && a.chance(3)) services::failAfter(0);
     QoriMorphGrayState* state = own && bytes > 0 ? reinterpret_cast<QoriMorphGrayState*>(block->data()) : nullptr;
     const QorStatus status = own ? init(state, most, kernel, maskSize, anchor)
                                  : initAlloc(a.chance(3) ? nullptr : &state, most, kernel, maskSize, anchor);

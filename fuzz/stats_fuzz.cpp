@@ -13,8 +13,8 @@ using fuzz::Arguments;
 // Extrema take threads from 16384 pixels on, the others from 32768, 65536 or 131072 for each thread allowed; three from
 // 524288, which is too much here.
 static QoriSize sizeForThreads(Arguments& a) {
-  if (a.chance(25)) services::maxThreads = 1;
-  if (a.chance(10)) services::teamSize = a.number(30, 36);
+  if (fuzz::alone && a.chance(25)) services::maxThreads = 1;
+  if (fuzz::alone && a.chance(10)) services::teamSize = a.number(30, 36);
   if (a.chance(97)) return a.size();
   return a.chance(70) ? QoriSize{a.number(160, 190), 205} : QoriSize{a.number(361, 380), 364};
 }

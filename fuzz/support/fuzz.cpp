@@ -1,25 +1,21 @@
-// The fuzzer's entry: picks a function and the answers of the core services, then calls it.
 #include "support/fuzz.h"
 
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "support/services.h"
-
 namespace fuzz {
 
-struct Target {
-  std::string name;
-  std::function<void(Arguments&)> call;
-};
+bool alone = true;
 
-static std::vector<Target>& targets() {
-  static std::vector<Target> list;
-  return list;
+static std::vector<Target>& list() {
+  static std::vector<Target> targets;
+  return targets;
 }
 
+const std::vector<Target>& targets() { return list(); }
+
 bool add(const std::string& name, std::function<void(Arguments&)> target) {
-  targets().push_back({name, std::move(target)});
+  list().push_back({name, std::move(target)});
   return true;
 }
 
@@ -30,6 +26,14 @@ Arguments::~Arguments() {
       abort();
     }
   }
+}
+
+uint64_t Arguments::digest() const {
+  uint64_t digest = 0xcbf29ce484222325;
+  for (const auto& content : contents_) {
+    for (const uint8_t byte : content()) digest = (digest ^ byte) * 0x100000001b3;
+  }
+  return digest;
 }
 
 QoriSize Arguments::size(int32_t mostPixels) {
@@ -55,24 +59,3 @@ std::shared_ptr<GuardedMemory> Arguments::guarded(int64_t bytes) {
 }
 
 }  // namespace fuzz
-
-// The runtime keeps its threads' records until the end of the program.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libomp\n"; }
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  fuzz::Arguments arguments(bytes, size);
-  services::reset();
-  if (arguments.chance(40)) {
-    services::maxThreads = arguments.number(1, 6);
-    services::teamSize = arguments.number(-1, 8);
-    services::cores = arguments.number(1, 8);
-  }
-  if (arguments.chance(10)) services::failAfter(arguments.number(0, 3));
-  const auto& list = fuzz::targets();
-  list[size_t(arguments.number(0, int32_t(list.size()) - 1))].call(arguments);
-  if (services::liveBlocks() != 0) {
-    fprintf(stderr, "a call left %lld blocks of memory\n", (long long)services::liveBlocks());
-    abort();
-  }
-  return 0;
-}

@@ -36,6 +36,9 @@ class Arguments {
   Arguments(const Arguments&) = delete;
   Arguments& operator=(const Arguments&) = delete;
 
+  // What the images and arrays hold now, scratch left out, as one number.
+  uint64_t digest() const;
+
   int32_t number(int32_t first, int32_t last) { return provider_.ConsumeIntegralInRange(first, last); }
   bool chance(int32_t percent) { return number(0, 99) < percent; }
 
@@ -74,6 +77,7 @@ class Arguments {
     size_t next = 0;
     image->fill([&] { return values[(next++ * 2654435761u >> 7) % values.size()]; });
     checks_.push_back([image] { return image->gapsIntact(); });
+    contents_.push_back([image] { return image->bytes(); });
     ImageArgument<T> argument = {image, image->data(), image->step()};
     if (chance(3)) argument.data = nullptr;
     if (chance(3)) argument.step = shortStep(size.width * channels * int32_t(sizeof(T)));
@@ -90,6 +94,7 @@ class Arguments {
       const T v = value<T>();
       memcpy(memory->data() + i * sizeof(T), &v, sizeof v);
     }
+    contents_.push_back([memory] { return std::vector<uint8_t>(memory->data(), memory->data() + memory->size()); });
     return memory;
   }
 
@@ -107,9 +112,21 @@ class Arguments {
 
   FuzzedDataProvider provider_;
   std::vector<std::function<bool()>> checks_;
+  std::vector<std::function<std::vector<uint8_t>()>> contents_;
 };
+
+// A function, or a family's functions that make sense only together.
+struct Target {
+  std::string name;
+  std::function<void(Arguments&)> call;
+};
+
+// Whether nobody else calls the library meanwhile, so that a target may change what the core services say.
+extern bool alone;
 
 // Adds a target; registered before main() runs.
 bool add(const std::string& name, std::function<void(Arguments&)> target);
+
+const std::vector<Target>& targets();
 
 }  // namespace fuzz

@@ -6,6 +6,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "support/instrumented.h"
+
 static constexpr uint8_t pattern = 0xa5;
 
 GuardedMemory::GuardedMemory(size_t size, Edge edge) : size_(size) {
@@ -26,6 +28,7 @@ GuardedMemory::GuardedMemory(size_t size, Edge edge) : size_(size) {
   }
   memset(usable_, pattern, usableSize_);
   data_ = edge == Edge::end ? usable_ + usableSize_ - size : usable_;
+  VALGRIND_MAKE_MEM_UNDEFINED(data_, size);
 }
 
 GuardedMemory::~GuardedMemory() { munmap(mapping_, mappingSize_); }
