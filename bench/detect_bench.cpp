@@ -1,5 +1,6 @@
 // Object detection: integral images of a photograph, and window deviations read from them.
 #include <memory>
+#include <random>
 
 #include "support/bench.h"
 
@@ -49,7 +50,117 @@ static void addDeviation(const char* name, Function function, Planes planes, int
   });
 }
 
-static void addStages() {}
+// A stage of 20 classifiers with two features each, in windows of 24x24.
+template <class T, class State, class Init>
+static std::shared_ptr<State> stageOf(Init init, QorStatus (*release)(State*)) {
+  constexpr int32_t length = 20;
+  std::mt19937 engine(1);
+  const auto number = [&](int32_t first, int32_t last) {
+    return first + int32_t(engine() % uint32_t(last - first + 1));
+  };
+  std::vector<QoriRect> feature;
+  std::vector<T> weight, threshold, val1, val2;
+  for (int32_t i = 0; i < length; ++i) {
+    for (const T w : {T(-1), T(2)}) {
+      // Tilted, they stay inside the window too.
+      const int32_t x = number(6, 12), y = number(0, 8), width = number(1, 6), height = number(1, 6);
+      feature.push_back({x, y, width, height});
+      weight.push_back(w);
+    }
+    threshold.push_back(T(number(-20, 20)));
+    val1.push_back(T(number(-9, 9)));
+    val2.push_back(T(number(-9, 9)));
+  }
+  const std::vector<int32_t> num(length, 2);
+  State* state = nullptr;
+  CHECK_CALL(
+      init(&state, feature.data(), weight.data(), threshold.data(), val1.data(), val2.data(), num.data(), length));
+  return {state, release};
+}
+
+// All windows live, or every twentieth. A stage clears most of them, so each call gets the mask anew: one copy.
+template <class Norm, class Function>
+static void addStage(const char* name, Function apply) {
+  for (const int32_t every : {1, 20}) {
+    bench::add(name, every == 1 ? "all windows" : "5 % of the windows", [=](QoriSize size) {
+      const QoriSize windows = larger(size, -24);
+      auto norm = std::make_shared<Picture<Norm>>(windows);
+      for (Norm& n : norm->elements) n = Norm(50);
+      auto live = std::make_shared<Picture<uint8_t>>(windows), mask = std::make_shared<Picture<uint8_t>>(windows);
+      std::mt19937 engine(1);
+      for (uint8_t& byte : live->elements) byte = engine() % uint32_t(every) == 0 ? 255 : 0;
+      const std::function<QorStatus()> call = apply(size, norm, mask, windows);
+      return [=] {
+        mask->elements = live->elements;
+        CHECK_CALL(call());
+      };
+    });
+  }
+}
+
+template <class Cell, class Norm, class T, class State, class Function, class Planes, class Init>
+static void addPlainStage(const char* name, Function function, Planes planes, Init init, QorStatus (*release)(State*)) {
+  addStage<Norm>(name, [=](QoriSize size, std::shared_ptr<Picture<Norm>> norm, std::shared_ptr<Picture<uint8_t>> mask,
+                           QoriSize windows) {
+    auto src = bench::naturalScene(size);
+    auto plane = std::make_shared<Picture<Cell>>(larger(size, 1));
+    CHECK_CALL(planes(src.data(), src.step(), plane->data(), plane->step(), size, 0));
+    const auto state = stageOf<T>(init, release);
+    return [=] {
+      int32_t positive;
+      return function(plane->data(), plane->step(), norm->data(), norm->step(), mask->data(), mask->step(), windows,
+                      &positive, T(0), state.get());
+    };
+  });
+}
+
+// Every other classifier is tilted.
+template <class Cell, class Norm, class T, class State, class Function, class Upright, class Tilted, class Init,
+          class Tilt, class... Scale>
+static void addMixedStage(const char* name, Function function, Upright upright, Tilted tilted, Init init, Tilt tilt,
+                          QorStatus (*release)(State*), Scale... scale) {
+  addStage<Norm>(name, [=](QoriSize size, std::shared_ptr<Picture<Norm>> norm, std::shared_ptr<Picture<uint8_t>> mask,
+                           QoriSize windows) {
+    auto src = bench::naturalScene(size);
+    auto plane = std::make_shared<Picture<Cell>>(larger(size, 1));
+    auto turned = std::make_shared<Picture<Cell>>(larger(size, 2));
+    CHECK_CALL(upright(src.data(), src.step(), plane->data(), plane->step(), size, 0));
+    CHECK_CALL(tilted(src.data(), src.step(), turned->data(), turned->step(), size, 0));
+    const auto state = stageOf<T>(init, release);
+    std::vector<uint8_t> tiltMask(20);
+    for (size_t i = 0; i < tiltMask.size(); i += 2) tiltMask[i] = 1;
+    CHECK_CALL(tilt(tiltMask.data(), 1, state.get()));
+    return [=] {
+      int32_t positive;
+      return function(plane->data(), plane->step(), turned->data(), turned->step(), norm->data(), norm->step(),
+                      mask->data(), mask->step(), windows, &positive, T(0), state.get(), scale...);
+    };
+  });
+}
+
+static void addStages() {
+  addPlainStage<float, float, float>("qoriApplyHaarClassifier_32f_C1R", qoriApplyHaarClassifier_32f_C1R,
+                                     qoriIntegral_8u32f_C1R, qoriHaarClassifierInitAlloc_32f,
+                                     qoriHaarClassifierFree_32f);
+  addPlainStage<int32_t, float, float>("qoriApplyHaarClassifier_32s32f_C1R", qoriApplyHaarClassifier_32s32f_C1R,
+                                       qoriIntegral_8u32s_C1R, qoriHaarClassifierInitAlloc_32f,
+                                       qoriHaarClassifierFree_32f);
+  addPlainStage<int32_t, int32_t, int32_t>("qoriApplyHaarClassifier_32s_C1RSfs", qoriApplyHaarClassifier_32s_C1RSfs,
+                                           qoriIntegral_8u32s_C1R, qoriHaarClassifierInitAlloc_32s,
+                                           qoriHaarClassifierFree_32s);
+  addMixedStage<float, float, float>("qoriApplyMixedHaarClassifier_32f_C1R", qoriApplyMixedHaarClassifier_32f_C1R,
+                                     qoriIntegral_8u32f_C1R, qoriTiltedIntegral_8u32f_C1R,
+                                     qoriHaarClassifierInitAlloc_32f, qoriTiltHaarFeatures_32f,
+                                     qoriHaarClassifierFree_32f);
+  addMixedStage<int32_t, float, float>("qoriApplyMixedHaarClassifier_32s32f_C1R",
+                                       qoriApplyMixedHaarClassifier_32s32f_C1R, qoriIntegral_8u32s_C1R,
+                                       qoriTiltedIntegral_8u32s_C1R, qoriHaarClassifierInitAlloc_32f,
+                                       qoriTiltHaarFeatures_32f, qoriHaarClassifierFree_32f);
+  addMixedStage<int32_t, int32_t, int32_t>("qoriApplyMixedHaarClassifier_32s_C1RSfs",
+                                           qoriApplyMixedHaarClassifier_32s_C1RSfs, qoriIntegral_8u32s_C1R,
+                                           qoriTiltedIntegral_8u32s_C1R, qoriHaarClassifierInitAlloc_32s,
+                                           qoriTiltHaarFeatures_32s, qoriHaarClassifierFree_32s, 0);
+}
 
 static const bool added = [] {
   addStages();

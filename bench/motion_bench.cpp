@@ -1,4 +1,5 @@
 // Motion in sequences of images.
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -95,9 +96,128 @@ static void addFlow(const char* name, Init init, Free free, Function function) {
   });
 }
 
-static void addGaussianBackground() {}
+// A steady scene with grain and a square that crosses it: frames for a background model, seen one after the other.
+static std::vector<Picture<uint8_t>> street(QoriSize size, int32_t channels, int32_t count) {
+  const Picture<uint8_t> scene = bench::naturalScene(size);
+  const Picture<uint8_t> noise = bench::noise<uint8_t>(size);
+  const size_t length = size_t(size.width) * size.height;
+  const int32_t side = size.height / 4;
+  std::vector<Picture<uint8_t>> frames;
+  for (int32_t f = 0; f < count; ++f) {
+    Picture<uint8_t>& frame = frames.emplace_back(size, channels);
+    const int32_t left = (size.width - side) * f / count;
+    for (size_t i = 0; i < length; ++i) {
+      const int32_t x = int32_t(i % size.width) - left, y = int32_t(i / size.width) - size.height / 3;
+      const bool square = x >= 0 && x < side && y >= 0 && y < side;
+      for (int32_t c = 0; c < channels; ++c) {
+        const int32_t grain = noise.elements[(i + size_t(f * 7919 + c * 104729)) % length] % 9 - 4;
+        const int32_t value = square ? 230 - 40 * c : scene.elements[i];
+        frame.elements[i * channels + c] = uint8_t(std::clamp(value + grain, 0, 255));
+      }
+    }
+  }
+  return frames;
+}
 
-static void addHistogramBackground() {}
+template <class Init, class Free, class Function>
+static void addGaussian(const char* name, int32_t channels, Init init, Free release, Function function) {
+  bench::add(name, "steady scene with grain and a moving square, after 8 frames", [=](QoriSize size) {
+    struct Run {
+      std::vector<Picture<uint8_t>> frames;
+      Picture<uint8_t> ref, dst;
+      QoriFGGaussianState_8u* state = nullptr;
+      size_t next = 1;
+    };
+    constexpr int32_t count = 16;
+    std::shared_ptr<Run> run(
+        new Run{street(size, channels, count), Picture<uint8_t>(size, channels), Picture<uint8_t>(size)}, [=](Run* r) {
+          release(r->state);
+          delete r;
+        });
+    Picture<uint8_t>& first = run->frames[0];
+    CHECK_CALL(init(first.data(), first.step(), size, first.data(), &run->state));
+    const auto frame = [=] {
+      Picture<uint8_t>& src = run->frames[run->next++ % count];
+      CHECK_CALL(function(src.data(), src.step(), run->ref.data(), run->ref.step(), run->dst.data(), run->dst.step(),
+                          size, run->state));
+    };
+    for (int i = 0; i < 8; ++i) frame();
+    return frame;
+  });
+}
+
+static void addGaussianBackground() {
+  addGaussian("qoriForegroundGaussian_8u_C1R", 1, qoriForegroundGaussianInitAlloc_8u_C1R,
+              qoriForegroundGaussianFree_8u_C1R, qoriForegroundGaussian_8u_C1R);
+  addGaussian("qoriForegroundGaussian_8u_C3R", 3, qoriForegroundGaussianInitAlloc_8u_C3R,
+              qoriForegroundGaussianFree_8u_C3R, qoriForegroundGaussian_8u_C3R);
+}
+
+// A photograph with the noise of a sensor, frame after frame, and a model that has learnt it.
+struct LearntScene {
+  using State = QoriFGHistogramState_8u;
+  using Frame = QorStatus (*)(const uint8_t*, int32_t, uint8_t*, int32_t, QoriSize, State*);
+  using Update = QorStatus (*)(const uint8_t*, int32_t, const uint8_t*, int32_t, uint8_t*, int32_t, QoriSize, State*);
+  static constexpr int frameCount = 8, learntFrames = 40;
+  QoriSize size;
+  Frame frame;
+  Update update;
+  QorStatus (*release)(State*);
+  State* state = nullptr;
+  std::vector<Picture<uint8_t>> frames;
+  Picture<uint8_t> mask, reference;
+  size_t next = 0;
+
+  template <class Init>
+  LearntScene(QoriSize size_, int channels, Init init, Frame frame_, Update update_, QorStatus (*release_)(State*))
+      : size(size_), frame(frame_), update(update_), release(release_), mask(size_), reference(size_, channels) {
+    const Picture<uint8_t> scene = bench::naturalScene(size);
+    uint32_t random = 1;
+    for (int i = 0; i < frameCount; ++i) {
+      Picture<uint8_t>& noisy = frames.emplace_back(size, channels);
+      for (size_t k = 0; k < noisy.elements.size(); ++k) {
+        random = random * 1664525 + 1013904223;
+        const int value = scene.elements[k / size_t(channels)] + int(random >> 24) % 5 - 2;
+        noisy.elements[k] = uint8_t(value < 0 ? 0 : value > 255 ? 255 : value);
+      }
+      // One channel is compared with the two pixels behind the last, too.
+      noisy.elements.reserve(noisy.elements.size() + 2);
+    }
+    CHECK_CALL(init(frames[0].data(), frames[0].step(), size, this, &state));
+    for (int i = 0; i < learntFrames; ++i) decideAndLearn();
+  }
+  ~LearntScene() { release(state); }
+  void decideAndLearn() {
+    Picture<uint8_t>& src = frames[next++ % frameCount];
+    CHECK_CALL(frame(src.data(), src.step(), mask.data(), mask.step(), size, state));
+    CHECK_CALL(
+        update(src.data(), src.step(), mask.data(), mask.step(), reference.data(), reference.step(), size, state));
+  }
+};
+
+template <class Init, class Frame, class Update, class Free>
+static void addLearntScene(const char* name, int channels, Init init, Frame frame, Update update, Free release) {
+  bench::add(name, "a frame and its update, still scene with noise", [=](QoriSize size) {
+    // Learning takes seconds and up to 2 GB, so the last scene is kept for the next repetition.
+    static std::shared_ptr<LearntScene> scene;
+    static Frame learntBy;
+    if (!scene || learntBy != frame || scene->size.width != size.width || scene->size.height != size.height) {
+      scene.reset();
+      scene = std::make_shared<LearntScene>(size, channels, init, frame, update, release);
+      learntBy = frame;
+    }
+    return [] { scene->decideAndLearn(); };
+  });
+}
+
+static void addHistogramBackground() {
+  addLearntScene("qoriForegroundHistogram_8u_C1R", 1, qoriForegroundHistogramInitAlloc_8u_C1R,
+                 qoriForegroundHistogram_8u_C1R, qoriForegroundHistogramUpdate_8u_C1R,
+                 qoriForegroundHistogramFree_8u_C1R);
+  addLearntScene("qoriForegroundHistogram_8u_C3R", 3, qoriForegroundHistogramInitAlloc_8u_C3R,
+                 qoriForegroundHistogram_8u_C3R, qoriForegroundHistogramUpdate_8u_C3R,
+                 qoriForegroundHistogramFree_8u_C3R);
+}
 
 static const bool added = [] {
   addGaussianBackground();

@@ -71,7 +71,109 @@ static void addDeviation(const char* name, Function function) {
   });
 }
 
-static void addStages() {}
+// Rectangles, weights and the other arrays of a stage, each exactly as long as needed.
+template <class T>
+struct StageArrays {
+  std::vector<QoriRect> rects;
+  std::vector<int32_t> counts;
+  std::shared_ptr<GuardedMemory> feature, weight, threshold, val1, val2, num;
+
+  explicit StageArrays(Arguments& a) {
+    const int32_t length = a.number(0, 5);
+    int32_t features = 0;
+    for (int32_t i = 0; i < length; ++i) features += counts.emplace_back(a.number(1, 4));
+    // Of no classifiers one rectangle is read too.
+    for (int32_t f = 0; f < (features ? features : 1); ++f) {
+      QoriRect rect = anyRect(a);
+      if (rect.height > rect.x + 1) rect.height = rect.x + 1;
+      rects.push_back(a.chance(95) ? rect : spoiled(a, rect));
+    }
+    feature = a.guarded(int64_t(rects.size() * sizeof(QoriRect)));
+    memcpy(feature->data(), rects.data(), feature->size());
+    num = a.guarded(int64_t(counts.size() * sizeof(int32_t)));
+    if (!counts.empty()) memcpy(num->data(), counts.data(), num->size());
+    weight = a.array<T>(size_t(features));
+    threshold = a.array<T>(counts.size());
+    val1 = a.array<T>(counts.size());
+    val2 = a.array<T>(counts.size());
+  }
+};
+
+template <class T, class State, class Init>
+static State* anyStage(Arguments& a, Init init) {
+  const StageArrays<T> of(a);
+  const auto values = [&](const std::shared_ptr<GuardedMemory>& m) {
+    return a.orNull(reinterpret_cast<T*>(m->data()));
+  };
+  const T *weight = values(of.weight), *threshold = values(of.threshold), *val1 = values(of.val1),
+          *val2 = values(of.val2);
+  State* state = nullptr;
+  init(a.chance(3) ? nullptr : &state, a.orNull(reinterpret_cast<QoriRect*>(of.feature->data())), weight, threshold,
+       val1, val2, a.orNull(reinterpret_cast<int32_t*>(of.num->data())), a.chance(3) ? -1 : int32_t(of.counts.size()));
+  return state;
+}
+
+// A stage, upright, tilted or both, its size, and one application of each kind: the planes have 30 cells around the
+// windows, which no corner leaves.
+template <class T, class Cell, class Norm, class State, class Init, class Size, class Tilt, class Plain, class Mixed>
+static void addStage(const char* name, Init upright, Init tilted, QorStatus (*release)(State*), Size sizeOf, Tilt tilt,
+                     Plain plain, Mixed mixed) {
+  fuzz::add(name, [=](Arguments& a) {
+    State* const state = anyStage<T, State>(a, a.chance(70) ? upright : tilted);
+    QoriSize window = {0, 0};
+    sizeOf(state, a.orNull(&window));
+    const auto tiltMask = a.array<uint8_t>(5);
+    if (a.chance(50)) tilt(a.orNull(tiltMask->data()), a.number(0, 1), state);
+    constexpr int32_t around = 30;
+    const QoriSize windows = a.size(1024);
+    const auto src = a.image<Cell>(larger(windows, 2 * around)), turned = a.image<Cell>(larger(windows, 2 * around));
+    const auto norm = a.image<Norm>(windows);
+    const auto mask = a.image<uint8_t>(windows);
+    const auto origin = [](const fuzz::ImageArgument<Cell>& plane) -> const Cell* {
+      // A shorter step than the image has is taken where it suffices for the windows.
+      if (!plane.data || plane.step < 0) return plane.data;
+      return plane.data + ptrdiff_t(around) * (plane.step / ptrdiff_t(sizeof(Cell))) + around;
+    };
+    int32_t count = 0;
+    int32_t* positive = a.orNull(&count);
+    const T threshold = a.value<T>();
+    const QoriSize told = a.spoiled(windows);
+    if (a.chance(50)) {
+      plain(origin(src), src.step, norm.data, norm.step, mask.data, mask.step, told, positive, threshold, state);
+    } else {
+      mixed(origin(src), src.step, origin(turned), turned.step, norm.data, norm.step, mask.data, mask.step, told,
+            positive, threshold, state, a.orAnything(-a.number(0, 40)));
+    }
+    if (state) release(state);
+  });
+}
+
+static void addStages() {
+  addStage<float, float, float>(
+      "qoriApplyHaarClassifier_32f_C1R", qoriHaarClassifierInitAlloc_32f, qoriTiltedHaarClassifierInitAlloc_32f,
+      qoriHaarClassifierFree_32f, qoriGetHaarClassifierSize_32f, qoriTiltHaarFeatures_32f,
+      qoriApplyHaarClassifier_32f_C1R,
+      [](const float* src, int32_t srcStep, const float* turned, int32_t tiltStep, const float* norm, int32_t normStep,
+         uint8_t* mask, int32_t maskStep, QoriSize size, int32_t* positive, float threshold,
+         const QoriHaarClassifier_32f* state, int32_t) {
+        qoriApplyMixedHaarClassifier_32f_C1R(src, srcStep, turned, tiltStep, norm, normStep, mask, maskStep, size,
+                                             positive, threshold, state);
+      });
+  addStage<float, int32_t, float>(
+      "qoriApplyHaarClassifier_32s32f_C1R", qoriHaarClassifierInitAlloc_32f, qoriTiltedHaarClassifierInitAlloc_32f,
+      qoriHaarClassifierFree_32f, qoriGetHaarClassifierSize_32f, qoriTiltHaarFeatures_32f,
+      qoriApplyHaarClassifier_32s32f_C1R,
+      [](const int32_t* src, int32_t srcStep, const int32_t* turned, int32_t tiltStep, const float* norm,
+         int32_t normStep, uint8_t* mask, int32_t maskStep, QoriSize size, int32_t* positive, float threshold,
+         const QoriHaarClassifier_32f* state, int32_t) {
+        qoriApplyMixedHaarClassifier_32s32f_C1R(src, srcStep, turned, tiltStep, norm, normStep, mask, maskStep, size,
+                                                positive, threshold, state);
+      });
+  addStage<int32_t, int32_t, int32_t>("qoriApplyHaarClassifier_32s_C1RSfs", qoriHaarClassifierInitAlloc_32s,
+                                      qoriTiltedHaarClassifierInitAlloc_32s, qoriHaarClassifierFree_32s,
+                                      qoriGetHaarClassifierSize_32s, qoriTiltHaarFeatures_32s,
+                                      qoriApplyHaarClassifier_32s_C1RSfs, qoriApplyMixedHaarClassifier_32s_C1RSfs);
+}
 
 static const bool added = [] {
   addStages();

@@ -54,9 +54,137 @@ static void addCornerSize(const char* name, Query query) {
   });
 }
 
-static void addLines() {}
+// search(src, srcStep, size, delta, threshold, lines, region, maxLineCount, lineCount, buffer)
+template <class Search>
+static void addHough(const char* name, Search search) {
+  fuzz::add(name, [=](Arguments& a) {
+    const QoriSize size = a.chance(3)   ? QoriSize{a.number(32760, 32776), 2}
+                          : a.chance(3) ? QoriSize{1, a.number(32760, 32776)}
+                                        : a.size();
+    const auto src = a.image<uint8_t>(size);
+    const int32_t maxLineCount = a.number(1, 40), told = a.chance(4) ? a.number(-2, 1) : maxLineCount;
+    // Steps of any kind, as long as the scratch is not too large. Small ones let the products wrap.
+    const float most = float(size.width + size.height);
+    QoriPointPolar delta = {most / float(a.number(1, 200)), float(a.number(1, 320)) * 0.01f};
+    if (a.chance(10)) delta.rho = most / float(a.number(1, a.chance(10) ? 4000000 : 20000));
+    if (a.chance(5)) delta.rho = a.value<float>();
+    if (a.chance(5)) delta.theta = a.value<float>();
+    const int32_t threshold = a.orAnything(a.number(0, 20));
+    float region[4] = {a.value<float>(), a.value<float>(), a.value<float>(), a.value<float>()};
+    if (a.chance(80)) {
+      region[0] = most * 0.01f * float(a.number(-110, 110));
+      region[1] = 0.01f * float(a.number(-20, 330));
+      region[2] = region[0] + most * 0.01f * float(a.number(-1, 150));
+      region[3] = region[1] + 0.01f * float(a.number(-1, 330));
+    }
+    const QoriSize toldSize = a.spoiled(size);
+    // The truth in double; where a count has no 32 bits there are none, whatever the size says.
+    const double rhos = (2.0 * double(most) + 1) / double(delta.rho), thetas = 3.14159 / double(delta.theta);
+    const bool tooMany = (rhos > 1e7 && rhos < 3e9) || (thetas > 1e4 && thetas < 3e9) || rhos * thetas > 5e7;
+    if (tooMany && rhos < 3e9 && thetas < 3e9) return;
+    int32_t bytes = 0;
+    qoriHoughLineGetSize_8u_C1R(size, delta, maxLineCount, &bytes);
+    const auto buffer = a.guarded(rhos < 3e9 && thetas < 3e9 ? bytes : 0);
+    const auto lines = a.image<float>({2 * maxLineCount, 1});
+    int32_t lineCount = 0;
+    search(src.data, src.step, toldSize, delta, threshold, reinterpret_cast<QoriPointPolar*>(lines.data),
+           a.orNull(region), told, a.orNull(&lineCount), a.orNull(buffer->data()));
+  });
+}
 
-static void addSmallMeasures() {}
+static void addLines() {
+  addHough("qoriHoughLine_8u32f_C1R", [](const uint8_t* src, int32_t srcStep, QoriSize size, QoriPointPolar delta,
+                                         int32_t threshold, QoriPointPolar* lines, const float*, int32_t maxLineCount,
+                                         int32_t* lineCount, uint8_t* buffer) {
+    return qoriHoughLine_8u32f_C1R(src, srcStep, size, delta, threshold, lines, maxLineCount, lineCount, buffer);
+  });
+  addHough("qoriHoughLine_Region_8u32f_C1R",
+           [](const uint8_t* src, int32_t srcStep, QoriSize size, QoriPointPolar delta, int32_t threshold,
+              QoriPointPolar* lines, float* region, int32_t maxLineCount, int32_t* lineCount, uint8_t* buffer) {
+             return qoriHoughLine_Region_8u32f_C1R(src, srcStep, size, lines, region, maxLineCount, lineCount, delta,
+                                                   threshold, buffer);
+           });
+  fuzz::add("qoriHoughLineGetSize_8u_C1R", [](Arguments& a) {
+    int32_t bytes;
+    qoriHoughLineGetSize_8u_C1R({a.value<int32_t>(), a.value<int32_t>()}, {a.value<float>(), a.value<float>()},
+                                a.value<int32_t>(), a.orNull(&bytes));
+  });
+}
+
+template <class T, class Function>
+static void addGradientGray(const char* name, Function function) {
+  fuzz::add(name, [=](Arguments& a) {
+    const QoriSize size = a.size();
+    const auto src = a.image<T>(size, 3);
+    const auto dst = a.image<T>(size);
+    function(src.data, src.step, dst.data, dst.step, a.spoiled(size), a.orAnything(a.number(0, 2)));
+  });
+}
+
+template <class T, class Function>
+static void addSampleLine(const char* name, Function function, int32_t channels) {
+  fuzz::add(name, [=](Arguments& a) {
+    const QoriSize size = a.size();
+    const auto src = a.image<T>(size, channels);
+    const auto anyPoint = [&] {
+      return QoriPoint{a.orAnything(a.number(0, size.width - 1)), a.orAnything(a.number(0, size.height - 1))};
+    };
+    const QoriPoint from = anyPoint(), to = anyPoint();
+    const int64_t across = std::abs(int64_t(from.x) - to.x), down = std::abs(int64_t(from.y) - to.y);
+    const int64_t pixels = std::min<int64_t>(std::max(across, down) + 1, size.width + size.height);
+    const auto dst = a.guarded(pixels * channels * int64_t(sizeof(T)));
+    function(src.data, src.step, a.spoiled(size), a.orNull(reinterpret_cast<T*>(dst->data())), from, to);
+  });
+}
+
+template <class T, class Function, class Query>
+static void addPeaks(const char* name, Function function, Query query) {
+  fuzz::add(name, [=](Arguments& a) {
+    const QoriSize size = a.size();
+    const auto src = a.image<T>(size);
+    int32_t bytes = 0;
+    query(size.width, &bytes);
+    const auto buffer = a.guarded(bytes);
+    const int32_t room = a.number(1, 64), border = a.orAnything(a.number(1, 3));
+    const auto peaks = a.guarded(room * int64_t(sizeof(QoriPoint)));
+    const T threshold = a.value<T>();
+    int32_t count;
+    function(src.data, src.step, a.spoiled(size), threshold, a.orNull(reinterpret_cast<QoriPoint*>(peaks->data())),
+             a.chance(3) ? 0 : room, a.orNull(&count), a.orAnything(a.number(0, 1)), border, a.orNull(buffer->data()));
+  });
+}
+
+template <class Query>
+static void addPeaksSize(const char* name, Query query) {
+  fuzz::add(name, [=](Arguments& a) {
+    int32_t bytes;
+    query(a.value<int32_t>(), a.orNull(&bytes));
+  });
+}
+
+static void addSmallMeasures() {
+  addGradientGray<uint8_t>("qoriGradientColorToGray_8u_C3C1R", qoriGradientColorToGray_8u_C3C1R);
+  addGradientGray<uint16_t>("qoriGradientColorToGray_16u_C3C1R", qoriGradientColorToGray_16u_C3C1R);
+  addGradientGray<float>("qoriGradientColorToGray_32f_C3C1R", qoriGradientColorToGray_32f_C3C1R);
+  fuzz::add("qoribFastArctan_32f", [](Arguments& a) {
+    const int32_t length = a.number(1, 300);
+    const auto y = a.array<float>(size_t(length)), x = a.array<float>(size_t(length));
+    const auto dst = a.guarded(4 * int64_t(length));
+    qoribFastArctan_32f(a.orNull(reinterpret_cast<const float*>(y->data())),
+                        a.orNull(reinterpret_cast<const float*>(x->data())),
+                        a.orNull(reinterpret_cast<float*>(dst->data())), a.chance(3) ? -length : length);
+  });
+  addSampleLine<uint8_t>("qoriSampleLine_8u_C1R", qoriSampleLine_8u_C1R, 1);
+  addSampleLine<uint8_t>("qoriSampleLine_8u_C3R", qoriSampleLine_8u_C3R, 3);
+  addSampleLine<uint16_t>("qoriSampleLine_16u_C1R", qoriSampleLine_16u_C1R, 1);
+  addSampleLine<uint16_t>("qoriSampleLine_16u_C3R", qoriSampleLine_16u_C3R, 3);
+  addSampleLine<float>("qoriSampleLine_32f_C1R", qoriSampleLine_32f_C1R, 1);
+  addSampleLine<float>("qoriSampleLine_32f_C3R", qoriSampleLine_32f_C3R, 3);
+  addPeaks<float>("qoriFindPeaks3x3_32f_C1R", qoriFindPeaks3x3_32f_C1R, qoriFindPeaks3x3GetBufferSize_32f_C1R);
+  addPeaks<int32_t>("qoriFindPeaks3x3_32s_C1R", qoriFindPeaks3x3_32s_C1R, qoriFindPeaks3x3GetBufferSize_32s_C1R);
+  addPeaksSize("qoriFindPeaks3x3GetBufferSize_32f_C1R", qoriFindPeaks3x3GetBufferSize_32f_C1R);
+  addPeaksSize("qoriFindPeaks3x3GetBufferSize_32s_C1R", qoriFindPeaks3x3GetBufferSize_32s_C1R);
+}
 
 static const bool added = [] {
   addLines();

@@ -62,9 +62,85 @@ static void addFlow(const char* name, Init init, Free release, Function function
   });
 }
 
-static void addGaussianBackground() {}
+// Some frames, now and then beyond the one of the other rule, some of them in a region of another size. The steps of
+// the results are right, since nobody tests them.
+template <class Init, class Free, class Function>
+static void addGaussian(const char* name, int32_t channels, Init init, Free release, Function function) {
+  fuzz::add(name, [=](Arguments& a) {
+    const QoriSize size = a.size(512);
+    const auto first = a.image<uint8_t>(size, channels);
+    const char model = 0;
+    QoriFGGaussianState_8u* state = nullptr;
+    init(first.data, first.step, a.spoiled(size), a.orNull(&model), a.chance(3) ? nullptr : &state);
+    const int32_t frames = a.chance(5) ? 205 : a.number(1, 8);
+    const auto second = a.image<uint8_t>(size, channels), third = a.image<uint8_t>(size, channels);
+    auto ref = a.image<uint8_t>(size, channels);
+    const auto dst = a.image<uint8_t>(size);
+    if (a.chance(10)) ref = third;
+    for (int32_t i = 0; i < frames; ++i) {
+      const auto& src = i % 3 == 0 ? second : i % 3 == 1 ? third : first;
+      QoriSize called = size;
+      if (i < 8) called = a.spoiled(size);
+      if (i < 8 && a.chance(5)) called = {a.number(1, size.width + 2), a.number(1, size.height + 2)};
+      function(src.data, src.step, ref.data, ref.image->step(), dst.data, dst.image->step(), called,
+               i < 8 ? a.orNull(state) : state);
+    }
+    if (state) release(state);
+  });
+}
 
-static void addHistogramBackground() {}
+static void addGaussianBackground() {
+  addGaussian("qoriForegroundGaussian_8u_C1R", 1, qoriForegroundGaussianInitAlloc_8u_C1R,
+              qoriForegroundGaussianFree_8u_C1R, qoriForegroundGaussian_8u_C1R);
+  addGaussian("qoriForegroundGaussian_8u_C3R", 3, qoriForegroundGaussianInitAlloc_8u_C3R,
+              qoriForegroundGaussianFree_8u_C3R, qoriForegroundGaussian_8u_C3R);
+}
+
+// Some frames of few values, so that entries are met again, with any masks between.
+template <class Init, class Frame, class Update, class Free>
+static void addHistogramModel(const char* name, int32_t channels, Init init, Frame frame, Update update, Free release) {
+  fuzz::add(name, [=](Arguments& a) {
+    // One channel may be compared with the two pixels behind a row.
+    const QoriSize size = a.size(100), wide = {size.width + (channels == 1 ? 2 : 0), size.height};
+    const auto first = a.image<uint8_t>(size, channels);
+    int model = 0;
+    QoriFGHistogramState_8u* state = nullptr;
+    init(first.data, first.step, a.spoiled(size), a.orNull(&model), a.chance(3) ? nullptr : &state);
+    if (!state) return;
+    std::vector<fuzz::ImageArgument<uint8_t>> frames;
+    for (int32_t i = a.number(1, 4); i > 0; --i) frames.push_back(a.image<uint8_t>(wide, channels));
+    const auto dst = a.image<uint8_t>(size), mask = a.image<uint8_t>(size), ref = a.image<uint8_t>(size, channels);
+    const bool decided = a.chance(50);
+    for (int32_t i = a.number(1, 40); i > 0; --i) {
+      const auto& src = frames[size_t(i) % frames.size()];
+      const auto& told = decided ? dst : mask;
+      QoriSize region = a.spoiled(size);
+      if (region.width > 1 && a.chance(5)) region.width = a.number(1, region.width);
+      if (a.chance(3)) {
+        // More than the model was made for.
+        const QoriSize larger = {size.width + a.number(0, 1000), size.height + a.number(1, 1000)};
+        if (frame(src.data, src.step, dst.data, dst.image->step(), larger, state) == qorStatusOk) __builtin_trap();
+        if (update(src.data, src.step, told.data, told.image->step(), ref.data, ref.image->step(), larger, state) ==
+            qorStatusOk) {
+          __builtin_trap();
+        }
+      }
+      // A step that the call does not test has to be true.
+      if (a.chance(90)) frame(src.data, src.step, dst.data, dst.image->step(), region, state);
+      update(src.data, src.step, told.data, told.image->step(), ref.data, ref.image->step(), region, state);
+    }
+    release(state);
+  });
+}
+
+static void addHistogramBackground() {
+  addHistogramModel("qoriForegroundHistogram_8u_C1R", 1, qoriForegroundHistogramInitAlloc_8u_C1R,
+                    qoriForegroundHistogram_8u_C1R, qoriForegroundHistogramUpdate_8u_C1R,
+                    qoriForegroundHistogramFree_8u_C1R);
+  addHistogramModel("qoriForegroundHistogram_8u_C3R", 3, qoriForegroundHistogramInitAlloc_8u_C3R,
+                    qoriForegroundHistogram_8u_C3R, qoriForegroundHistogramUpdate_8u_C3R,
+                    qoriForegroundHistogramFree_8u_C3R);
+}
 
 static const bool added = [] {
   addGaussianBackground();

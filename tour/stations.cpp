@@ -32,6 +32,10 @@ const std::vector<Station>& stations() {
        "and follows it as long as it stays above the low one. The slopes come from the negative vertical and the "
        "horizontal Sobel filters; the times are those of the detector alone.",
        Input::gray, visitEdges},
+      {"lines", "Lines",
+       "Every edge pixel votes for all straight lines through it; where many votes meet, there is a line. The edges come "
+       "from the Canny detector on the smoothed picture; the times are those of the search alone.",
+       Input::gray, visitLines},
       {"pyramids", "Pyramids",
        "The same picture at smaller and smaller sizes, by halves or by any rate, and back up again; and the Gaussian "
        "blur that each level stands for.",

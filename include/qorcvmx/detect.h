@@ -135,4 +135,129 @@ QORAPI(QorStatus, qoriTiltedRectStdDev_32f_C1R,
         QoriSize roiSize, QoriRect rect));
 /**@}*/
 
-/* --- detection stages --- */
+/**
+ * A stage of a cascaded detector: weak classifiers, each a weighted sum of rectangle features that is compared with a
+ * threshold in units of the window's deviation; opaque. Applying a stage changes nothing in it, so several threads may
+ * use one at a time on different masks.
+ */
+/**@{*/
+typedef struct QoriHaarClassifier_32f QoriHaarClassifier_32f;
+typedef struct QoriHaarClassifier_32s QoriHaarClassifier_32s;
+/**@}*/
+
+/**
+ * Makes a stage of `length` classifiers, stored in `state`; released by qoriHaarClassifierFree_*.
+ *
+ * Classifier i has `num[i]` features, a `threshold[i]`, and the value `val1[i]` for windows below the threshold or
+ * `val2[i]` for others. `feature` and `weight` hold the rectangles of all classifiers, one after the other, relative to
+ * the window. `feature` holds one rectangle even where `length` is 0. All arrays are copied.
+ *
+ * In the tilted forms a rectangle is turned by 45 degrees, as in qoriTiltedRectStdDev_*, with its top corner at (x, y);
+ * such a stage is applied to a tilted plane.
+ *
+ * Statuses: qorStatusNullPtr (any pointer); qorStatusBadSize (`length` negative, an entry of `num` below 1);
+ * qorStatusBadArg (a rectangle with a negative x or y, a width or height below 1 or, tilted, a height above x + 1);
+ * qorStatusNoMemory. With qorStatusBadArg the forms other than qoriHaarClassifierInitAlloc_32f have tried to allocate
+ * before, and store a null pointer in `state`.
+ */
+/**@{*/
+QORAPI(QorStatus, qoriHaarClassifierInitAlloc_32f,
+       (QoriHaarClassifier_32f * *state, const QoriRect* feature, const float* weight, const float* threshold,
+        const float* val1, const float* val2, const int32_t* num, int32_t length));
+QORAPI(QorStatus, qoriHaarClassifierInitAlloc_32s,
+       (QoriHaarClassifier_32s * *state, const QoriRect* feature, const int32_t* weight, const int32_t* threshold,
+        const int32_t* val1, const int32_t* val2, const int32_t* num, int32_t length));
+QORAPI(QorStatus, qoriTiltedHaarClassifierInitAlloc_32f,
+       (QoriHaarClassifier_32f * *state, const QoriRect* feature, const float* weight, const float* threshold,
+        const float* val1, const float* val2, const int32_t* num, int32_t length));
+QORAPI(QorStatus, qoriTiltedHaarClassifierInitAlloc_32s,
+       (QoriHaarClassifier_32s * *state, const QoriRect* feature, const int32_t* weight, const int32_t* threshold,
+        const int32_t* val1, const int32_t* val2, const int32_t* num, int32_t length));
+/**@}*/
+
+/** Releases a stage. Statuses: qorStatusNullPtr (state). */
+/**@{*/
+QORAPI(QorStatus, qoriHaarClassifierFree_32f, (QoriHaarClassifier_32f * state));
+QORAPI(QorStatus, qoriHaarClassifierFree_32s, (QoriHaarClassifier_32s * state));
+/**@}*/
+
+/**
+ * The window that a stage looks at: in `size` the largest column of the right corners (upright: the top right ones) of
+ * all features and the largest row of the lowest ones; 0 by 0 for a stage without classifiers.
+ *
+ * Statuses: qorStatusNullPtr (state, size).
+ */
+/**@{*/
+QORAPI(QorStatus, qoriGetHaarClassifierSize_32f, (const QoriHaarClassifier_32f* state, QoriSize* size));
+QORAPI(QorStatus, qoriGetHaarClassifierSize_32s, (const QoriHaarClassifier_32s* state, QoriSize* size));
+/**@}*/
+
+/**
+ * Turns classifiers of an upright stage into tilted ones, for qoriApplyMixedHaarClassifier_*: those whose byte in
+ * `tiltMask`, one a classifier in the order of the arrays that the stage was made of, is not 0. A rectangle is turned
+ * by 45 degrees about its top left corner (`anchorAtTop` not 0) or its bottom left corner.
+ *
+ * The 32s form makes squares of the rectangles: both sides are the width, and the bottom left corner keeps its place
+ * as the lowest one.
+ *
+ * Statuses: qorStatusNullPtr (tiltMask, state); qorStatusBadArg (a stage that was made tilted, or in which classifiers
+ * have been tilted before).
+ */
+/**@{*/
+QORAPI(QorStatus, qoriTiltHaarFeatures_32f,
+       (const uint8_t* tiltMask, int32_t anchorAtTop, QoriHaarClassifier_32f* state));
+QORAPI(QorStatus, qoriTiltHaarFeatures_32s,
+       (const uint8_t* tiltMask, int32_t anchorAtTop, QoriHaarClassifier_32s* state));
+/**@}*/
+
+/**
+ * Applies a stage to all windows that are still alive: `mask` pixels that are not 0. A window below the stage's
+ * `threshold` gets a 0 in `mask`; the others stay as they are, and `positive` is their number.
+ *
+ * `src` is an integral plane and points at the cell of window (0, 0); the features of each live window are read from
+ * it, wherever they lie. `norm` holds a value for each window, usually its deviation from qoriRectStdDev_*. The sum of
+ * feature sums times weights is compared with the classifier's threshold times `norm`; val1 where it is below, else
+ * val2, is added to the window's total, and that is compared with `threshold`.
+ *
+ * The 32s form computes in 32 bits that wrap, and scales nothing.
+ *
+ * Statuses: qorStatusNullPtr; qorStatusBadSize; qorStatusBadStep; qorStatusBadStepAlign (srcStep, normStep);
+ * qorStatusNoMemory, with `mask` and `positive` untouched. The size of the plane is not checked.
+ */
+/**@{*/
+QORAPI(QorStatus, qoriApplyHaarClassifier_32f_C1R,
+       (const float* src, int32_t srcStep, const float* norm, int32_t normStep, uint8_t* mask, int32_t maskStep,
+        QoriSize roiSize, int32_t* positive, float threshold, const QoriHaarClassifier_32f* state));
+QORAPI(QorStatus, qoriApplyHaarClassifier_32s32f_C1R,
+       (const int32_t* src, int32_t srcStep, const float* norm, int32_t normStep, uint8_t* mask, int32_t maskStep,
+        QoriSize roiSize, int32_t* positive, float threshold, const QoriHaarClassifier_32f* state));
+QORAPI(QorStatus, qoriApplyHaarClassifier_32s_C1RSfs,
+       (const int32_t* src, int32_t srcStep, const int32_t* norm, int32_t normStep, uint8_t* mask, int32_t maskStep,
+        QoriSize roiSize, int32_t* positive, int32_t threshold, const QoriHaarClassifier_32s* state));
+/**@}*/
+
+/**
+ * Applies a stage that holds upright and tilted classifiers: as qoriApplyHaarClassifier_*, but the features of tilted
+ * classifiers are read from `tilt`, a plane of qoriTiltedIntegral_*, one row below and one column right of the window's
+ * own cell.
+ *
+ * The 32s form adds up the products in 64 bits, and compares them, shifted left by -scaleFactor (its low six bits),
+ * with the product of the classifier's threshold and `norm` in 64 bits.
+ *
+ * Statuses: as qoriApplyHaarClassifier_*, `tilt` and `tiltStep` being tested as `src` and `srcStep` are, but nothing is
+ * allocated; qorStatusBadArg (scaleFactor above 0).
+ */
+/**@{*/
+QORAPI(QorStatus, qoriApplyMixedHaarClassifier_32f_C1R,
+       (const float* src, int32_t srcStep, const float* tilt, int32_t tiltStep, const float* norm, int32_t normStep,
+        uint8_t* mask, int32_t maskStep, QoriSize roiSize, int32_t* positive, float threshold,
+        const QoriHaarClassifier_32f* state));
+QORAPI(QorStatus, qoriApplyMixedHaarClassifier_32s32f_C1R,
+       (const int32_t* src, int32_t srcStep, const int32_t* tilt, int32_t tiltStep, const float* norm, int32_t normStep,
+        uint8_t* mask, int32_t maskStep, QoriSize roiSize, int32_t* positive, float threshold,
+        const QoriHaarClassifier_32f* state));
+QORAPI(QorStatus, qoriApplyMixedHaarClassifier_32s_C1RSfs,
+       (const int32_t* src, int32_t srcStep, const int32_t* tilt, int32_t tiltStep, const int32_t* norm,
+        int32_t normStep, uint8_t* mask, int32_t maskStep, QoriSize roiSize, int32_t* positive, int32_t threshold,
+        const QoriHaarClassifier_32s* state, int32_t scaleFactor));
+/**@}*/
