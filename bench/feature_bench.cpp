@@ -155,21 +155,21 @@ template <class T, class Function, class Query>
 static void addPeaks(const char* name, Function function, Query query) {
   const char* const neighbours[] = {"8 neighbours", "4 neighbours"};
   for (int32_t rule = 0; rule < 2; ++rule) {
-    bench::add(name, std::string("3x3 Sobel of a natural scene, threshold 60, ") + neighbours[rule],
-               [=](QoriSize size) {
-                 auto src = std::make_shared<Picture<T>>(size);
-                 const auto d = sobel16s(size);
-                 std::copy(d->dx.elements.begin(), d->dx.elements.end(), src->elements.begin());
-                 const int32_t room = size.width * size.height;
-                 auto peaks = std::make_shared<std::vector<QoriPoint>>(size_t(room));
-                 auto buffer = std::make_shared<std::vector<uint8_t>>(
-                     bench::scratch([=](int32_t* bytes) { return query(size.width, bytes); }));
-                 return [=] {
-                   int32_t count;
-                   CHECK_CALL(function(src->data(), src->step(), size, T(60), peaks->data(), room, &count, rule, 1,
-                                       buffer->data()));
-                 };
-               });
+    bench::add(
+        name, std::string("3x3 Sobel of a natural scene, threshold 60, ") + neighbours[rule], [=](QoriSize size) {
+          auto src = std::make_shared<Picture<T>>(size);
+          const auto d = sobel16s(size);
+          std::copy(d->dx.elements.begin(), d->dx.elements.end(), src->elements.begin());
+          const int32_t room = size.width * size.height;
+          auto peaks = std::make_shared<std::vector<QoriPoint>>(size_t(room));
+          auto buffer = std::make_shared<std::vector<uint8_t>>(
+              bench::scratch([=](int32_t* bytes) { return query(size.width, bytes); }));
+          return [=] {
+            int32_t count;
+            CHECK_CALL(
+                function(src->data(), src->step(), size, T(60), peaks->data(), room, &count, rule, 1, buffer->data()));
+          };
+        });
   }
 }
 

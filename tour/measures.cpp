@@ -34,10 +34,9 @@ static Slopes slopesOf(const Image8u& gray) {
   const uint8_t* src = gray.data();
   int16_t *dx = slopes.across.data(), *dy = slopes.down.data();
   const int32_t srcStep = gray.step(), dstStep = slopes.across.step();
-  run({TOUR_STEP_WITH_BUFFER(
-           qoriFilterSobelNegVertGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
-           qoriFilterSobelNegVertBorder_8u16s_C1R(src, srcStep, dx, dstStep, roiSize, qorMaskSize3x3,
-                                                  qorBorderReplicate, 0, buffer)),
+  run({TOUR_STEP_WITH_BUFFER(qoriFilterSobelNegVertGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
+                             qoriFilterSobelNegVertBorder_8u16s_C1R(src, srcStep, dx, dstStep, roiSize, qorMaskSize3x3,
+                                                                    qorBorderReplicate, 0, buffer)),
        TOUR_STEP_WITH_BUFFER(qoriFilterSobelHorizGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
                              qoriFilterSobelHorizBorder_8u16s_C1R(src, srcStep, dy, dstStep, roiSize, qorMaskSize3x3,
                                                                   qorBorderReplicate, 0, buffer))});
@@ -95,16 +94,16 @@ static void visitGray(const Picture& picture, const Slopes& gray, Wall& wall) {
     for (int32_t y = 0; y < height; ++y) {
       for (int32_t x = 0; x < width; ++x) {
         const double dx = slopes.across.row(y)[x], dy = slopes.down.row(y)[x];
-        const double strength = colour     ? std::hypot(dx, dy)
-                                : c == 0   ? std::abs(dx)
-                                : c == 1   ? std::abs(dy)
-                                           : std::abs(dx + dy) / std::sqrt(2.0);
+        const double strength = colour   ? std::hypot(dx, dy)
+                                : c == 0 ? std::abs(dx)
+                                : c == 1 ? std::abs(dy)
+                                         : std::abs(dx + dy) / std::sqrt(2.0);
         strengths.row(y)[ptrdiff_t{3} * x + c] = level(strength / 2);
       }
     }
   }
-  const std::string from = colour ? "The slopes of the three channels as one: "
-                                  : "The slopes across, down and along the diagonal as one: ";
+  const std::string from =
+      colour ? "The slopes of the three channels as one: " : "The slopes across, down and along the diagonal as one: ";
   Image8u result(width, height);
   const uint8_t* src = strengths.data();
   const int32_t srcStep = strengths.step(), dstStep = result.step();
@@ -197,17 +196,17 @@ static void visitPeaks(const Image8u& gray, Wall& wall) {
        {"peaks", "Peaks among eight neighbours",
         "The corner measure of the picture, smoothed over 5×5, and its peaks: pixels above a twentieth of the highest "
         "that none of their eight neighbours exceeds."},
-       {TOUR_STEP_WITH_BUFFER(qoriFindPeaks3x3GetBufferSize_32f_C1R(roiSize.width, &bufferSize),
-                              qoriFindPeaks3x3_32f_C1R(src, srcStep, roiSize, threshold, peak, maxPeakCount, peakCount,
-                                                       0, 1, buffer))},
+       {TOUR_STEP_WITH_BUFFER(
+           qoriFindPeaks3x3GetBufferSize_32f_C1R(roiSize.width, &bufferSize),
+           qoriFindPeaks3x3_32f_C1R(src, srcStep, roiSize, threshold, peak, maxPeakCount, peakCount, 0, 1, buffer))},
        number, [&](const Image32s& found) { return draw(found, cyan); });
   hang(wall,
        {"peaks-direct", "Peaks among four neighbours",
         "Only the pixels to the left, to the right, above and below are asked, so ridges that run diagonally leave "
         "some more."},
-       {TOUR_STEP_WITH_BUFFER(qoriFindPeaks3x3GetBufferSize_32f_C1R(roiSize.width, &bufferSize),
-                              qoriFindPeaks3x3_32f_C1R(src, srcStep, roiSize, threshold, peak, maxPeakCount, peakCount,
-                                                       1, 1, buffer))},
+       {TOUR_STEP_WITH_BUFFER(
+           qoriFindPeaks3x3GetBufferSize_32f_C1R(roiSize.width, &bufferSize),
+           qoriFindPeaks3x3_32f_C1R(src, srcStep, roiSize, threshold, peak, maxPeakCount, peakCount, 1, 1, buffer))},
        number, [&](const Image32s& found) { return draw(found, orange); });
 }
 

@@ -33,7 +33,8 @@ const std::vector<Station>& stations() {
        "horizontal Sobel filters; the times are those of the detector alone.",
        Input::gray, visitEdges},
       {"lines", "Lines",
-       "Every edge pixel votes for all straight lines through it; where many votes meet, there is a line. The edges come "
+       "Every edge pixel votes for all straight lines through it; where many votes meet, there is a line. The edges "
+       "come "
        "from the Canny detector on the smoothed picture; the times are those of the search alone.",
        Input::gray, visitLines},
       {"pyramids", "Pyramids",
@@ -74,6 +75,22 @@ const std::vector<Station>& stations() {
        "their distance map; and markers on a grid grow into mosaics of the picture, by steepness, by distance or by "
        "similarity.",
        Input::gray, visitSegments},
+      {"measures", "Small measures",
+       "Which way the brightness rises, three slopes made one, the pixels along a line, and the peaks of a corner "
+       "measure: small functions that turn a picture into numbers.",
+       Input::gray, visitMeasures},
+      {"detection", "Detection",
+       "Small marks pasted into the picture, found by stages of weak classifiers: each compares sums over a few "
+       "rectangles, and a stage adds up their votes. A short stage clears most windows, so that a longer one has "
+       "little "
+       "left to look at; a third reads turned rectangles from a tilted plane.",
+       Input::gray, visitDetection},
+      {"street", "A street, watched",
+       "A street made from the picture: two discs drive across it, leaves in its upper right corner sway by a pixel, "
+       "and "
+       "every frame has grain of its own. Two models learn what the background is and call the rest foreground. The "
+       "times are those of one frame.",
+       Input::gray, visitStreet},
       {"statistics", "Statistics",
        "What can be said of a picture in numbers, whole, under a mask, or channel by channel.", Input::gray,
        visitStatistics},

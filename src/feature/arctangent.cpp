@@ -3,17 +3,17 @@
 // The eight octants are told by the two signs and by which coordinate is the greater one; their number picks an offset
 // and, by the parity of its bits, the sign of the quotient. Elements come in fours that share one division.
 //
-// Odd: since four denominators are multiplied, one that is very large or very small spoils its three neighbours; NaN and
-// infinity are ordered by their bits; directions reach a little below 0 and above 360.
+// Odd: since four denominators are multiplied, one that is very large or very small spoils its three neighbours; NaN
+// and infinity are ordered by their bits; directions reach a little below 0 and above 360.
 #include <string.h>
 
 #include "frame/frame.h"
 #include "frame/lanes.h"
 
 static constexpr double cubic = -15.813189506530762, linear = 61.09419631958008;
-alignas(64) static const float offsets[8] = {-0.14050041139125824f, 90.1405029296875f,  180.1405029296875f,
-                                             89.8594970703125f,     360.1405029296875f, 269.8594970703125f,
-                                             179.8594970703125f,    270.1405029296875f};
+alignas(64) static const
+    float offsets[8] = {-0.14050041139125824f, 90.1405029296875f,  180.1405029296875f, 89.8594970703125f,
+                        360.1405029296875f,    269.8594970703125f, 179.8594970703125f, 270.1405029296875f};
 
 typedef int32_t NarrowIntegers __attribute__((vector_size(16)));
 typedef double Pair __attribute__((vector_size(16)));
@@ -79,9 +79,8 @@ static inline void crossPairs(const float* srcY, const float* srcX, Quotients& q
   const __mmask16 any = _mm512_test_epi32_mask(larger, larger);
   // Bit 2 from y, bit 1 from x, bit 0 from `swap`.
   constexpr int32_t choose = 0xca, differ = 0x96;
-  const __m512i signs =
-      _mm512_ternarylogic_epi32(_mm512_set1_epi32(4), _mm512_maskz_srli_epi32(0xffff, y, 29),
-                                _mm512_maskz_srli_epi32(0xffff, x, 30), choose);
+  const __m512i signs = _mm512_ternarylogic_epi32(_mm512_set1_epi32(4), _mm512_maskz_srli_epi32(0xffff, y, 29),
+                                                  _mm512_maskz_srli_epi32(0xffff, x, 30), choose);
   const __m512i index = _mm512_maskz_ternarylogic_epi32(any, _mm512_set1_epi32(6), signs,
                                                         _mm512_maskz_srli_epi32(0xffff, swap, 31), choose);
   // The sign of a zero over a zero goes into a sum that is not zero.
@@ -114,8 +113,8 @@ static inline void toDegrees(const Quotients& q, ptrdiff_t at, float* dst) {
   const __m512d t = widened(q.quotient + at);
   const __m512d magnitude = _mm512_castsi512_pd(_mm512_castpd_si512(t) & INT64_MAX);
   const __m512d table = _mm512_maskz_cvtps_pd(0xff, _mm256_load_ps(offsets));
-  const __m512i index = _mm512_maskz_cvtepu32_epi64(
-      0xff, _mm256_load_si256(reinterpret_cast<const __m256i*>(q.index + at)));
+  const __m512i index =
+      _mm512_maskz_cvtepu32_epi64(0xff, _mm256_load_si256(reinterpret_cast<const __m256i*>(q.index + at)));
   const __m512d offset = _mm512_maskz_permutexvar_pd(0xff, index, table);
   _mm256_storeu_ps(dst, _mm512_maskz_cvtpd_ps(0xff, (magnitude * cubic + linear) * t + offset));
 }

@@ -7,8 +7,8 @@
 
 #include "feature/gradientgray_rows.h"
 
-// Rows of the longest stripe of a team, in float and truncated. Each thread has the stripe of its number, so a team that
-// comes out smaller than the number of stripes knows only its own.
+// Rows of the longest stripe of a team, in float and truncated. Each thread has the stripe of its number, so a team
+// that comes out smaller than the number of stripes knows only its own.
 static int32_t longestStripe(int32_t height, int32_t stripes, int32_t teamSize) {
   const float rowsPerThread = float(height) / float(stripes);
   const auto limitOf = [=](int32_t thread) { return int64_t(float(thread) * rowsPerThread + 0.5f); };

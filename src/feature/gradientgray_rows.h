@@ -1,8 +1,8 @@
 // Rows of the gray conversion: three interleaved channels become one value a pixel.
 //
-// Levels with byte shuffles part the channels in registers: of three vectors each lane of 16 bytes holds the 48 bytes of
-// as many pixels as fit there, a channel's elements stand in different places of the three, and one shuffle brings them
-// into order. The other level runs the plain loops, whose arithmetic decides the result.
+// Levels with byte shuffles part the channels in registers: of three vectors each lane of 16 bytes holds the 48 bytes
+// of as many pixels as fit there, a channel's elements stand in different places of the three, and one shuffle brings
+// them into order. The other level runs the plain loops, whose arithmetic decides the result.
 #pragma once
 
 #include <math.h>
@@ -93,16 +93,15 @@ static inline Bytes inAllQuarters(const uint8_t* sixteen) {
   return Bytes(_mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i_u*>(sixteen))));
 }
 static inline Bytes lanesApart(const uint8_t* p) {
-  return Bytes(_mm256_inserti128_si256(
-      _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p))),
-      _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p + 48)), 1));
+  return Bytes(_mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p))),
+                                       _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(p + 48)), 1));
 }
 #endif
 
 namespace {
 
-// Element j of the vector k of a lane belongs to channel (elements * k + j) % 3. So each channel has one element in every
-// place j, in one of the three vectors: `mask` chooses it there, and `order` sorts them by pixels.
+// Element j of the vector k of a lane belongs to channel (elements * k + j) % 3. So each channel has one element in
+// every place j, in one of the three vectors: `mask` chooses it there, and `order` sorts them by pixels.
 template <class T>
 struct Parting {
   uint8_t mask[3][16] = {}, order[3][16] = {};
@@ -184,8 +183,8 @@ static inline Bytes ownGradL2(Bytes c0, Bytes c1, Bytes c2) {
 }
 
 // An estimate of the root in single precision is off by less than 0.02, so the result is `low` or the number above it,
-// which integers decide: r is right as long as the sum of the squares is above 3 * r * (r - 1). The two are so near that
-// 32 bits, which wrap, tell their difference.
+// which integers decide: r is right as long as the sum of the squares is above 3 * r * (r - 1). The two are so near
+// that 32 bits, which wrap, tell their difference.
 static inline Dwords wideRootOfMeanSquare(Dwords c0, Dwords c1, Dwords c2) {
   const auto squared = [](Dwords c) {
     const Floats f = __builtin_convertvector(Integers(c), Floats);
@@ -226,7 +225,6 @@ static inline void grayRow(const T* src, T* dst, ptrdiff_t width, Gray gray) {
 
 template <class T, class Gray>
 static inline void grayRow(const T* src, T* dst, ptrdiff_t width, Gray gray) {
-  QOR_INDEPENDENT
   for (ptrdiff_t x = 0; x < width; ++x) dst[x] = gray(src[3 * x], src[3 * x + 1], src[3 * x + 2]);
 }
 

@@ -1,11 +1,11 @@
 // Local extrema among eight or four neighbours.
 //
 // For eight neighbours each row is reduced once to the extremes of three elements; three rows of those are kept in a
-// ring. Odd: of a plateau every pixel counts; floats are equal within the smallest normal one, so no infinite pixel is a
-// peak, as its difference to itself is NaN.
+// ring. Odd: of a plateau every pixel counts; floats are equal within the smallest normal one, so no infinite pixel is
+// a peak, as its difference to itself is NaN.
 #include "feature/peaks_rows.h"
 
-// Elements of a row in the scratch memory.
+// Elements of a row in the scratch memory, which has room for eight.
 static int32_t ringRow(int32_t width) { return (width + 5) / 4 * 4; }
 
 static QorStatus bufferSizeOf(int32_t width, int32_t* bufferSize) {
@@ -20,14 +20,16 @@ template <class T>
 static void peaksOfEight(const T* src, int32_t srcStep, QoriSize size, T threshold, int32_t border, uint8_t* buffer,
                          Peaks& peaks) {
   const int32_t limitX = size.width - border, limitY = size.height - border;
-  const ptrdiff_t count = ptrdiff_t(limitX) - border, stride = ringRow(size.width);
+  const ptrdiff_t count = ptrdiff_t(limitX) - border;
   if (count < 1) return;
-  T* const rows = alignUp<T>(buffer, 32);
+  // Six of the eight rows that there is room for; in long rows the rest goes into their alignment.
+  const bool aligned = size.width >= 64;
+  const ptrdiff_t stride = aligned ? (ptrdiff_t(size.width) + 15) / 16 * 16 : ringRow(size.width);
+  T* const rows = alignUp<T>(buffer, aligned ? 64 : 32);
   T* greatest[3] = {rows, rows + stride, rows + 2 * stride};
   T* least[3] = {rows + 3 * stride, rows + 4 * stride, rows + 5 * stride};
   const auto reduce = [&](int32_t y, int32_t slot) {
-    ownSiftFilterMaxRow03(rowAt(src, srcStep, y) + border, greatest[slot], count);
-    ownSiftFilterMinRow03(rowAt(src, srcStep, y) + border, least[slot], count);
+    extremesOfRow(rowAt(src, srcStep, y) + border, greatest[slot], least[slot], count);
   };
   if (limitY > border) {
     reduce(border - 1, 1);
@@ -56,8 +58,8 @@ static void peaksOfFour(const T* src, int32_t srcStep, QoriSize size, T threshol
     const T *const above = rowAt(src, srcStep, y - 1), *const below = rowAt(src, srcStep, y + 1);
     const auto extremes = [=](ptrdiff_t x, auto& localMax, auto& localMin) {
       using V = std::remove_reference_t<decltype(localMax)>;
-      localMax = greater(taken<V>(below + x), greater(taken<V>(above + x), greatestOfThree<V>(row + x - 1, 1)));
-      localMin = lesser(taken<V>(below + x), lesser(taken<V>(above + x), leastOfThree<V>(row + x - 1, 1)));
+      localMax = greater(taken<V>(below + x), greater(taken<V>(above + x), ownSiftFilterMaxRow03<V>(row + x - 1)));
+      localMin = lesser(taken<V>(below + x), lesser(taken<V>(above + x), ownSiftFilterMinRow03<V>(row + x - 1)));
     };
     if (!peaksOfRow(row, y, border, limitX, threshold, peaks, extremes)) return;
   }

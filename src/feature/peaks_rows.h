@@ -1,5 +1,5 @@
-// Rows of the peak search: the extremes of three neighbours along a row, and the peaks among the pixels of a row. All is
-// written once for vectors and for single elements, of which short rows consist.
+// Rows of the peak search: the extremes of three neighbours along a row, and the peaks among the pixels of a row. All
+// is written once for vectors and for single elements, of which short rows consist.
 //
 // An extreme passes over NaN: it begins with a value that any number replaces.
 #pragma once
@@ -72,72 +72,70 @@ constexpr T uppermost = std::is_same_v<T, float> ? std::numeric_limits<T>::infin
 template <class T>
 constexpr T lowermost = std::is_same_v<T, float> ? -uppermost<T> : std::numeric_limits<T>::lowest();
 
+// The extremes of three neighbours, from the left one on: as many as V has lanes.
 template <class V, class T>
-static inline V greatestOfThree(const T* first, ptrdiff_t stride) {
-  V extreme = greater(taken<V>(first), V{} + lowermost<T>);
-  extreme = greater(taken<V>(first + stride), extreme);
-  return greater(taken<V>(first + 2 * stride), extreme);
+static inline V ownSiftFilterMaxRow03(const T* left) {
+  return greater(taken<V>(left + 2), greater(taken<V>(left + 1), greater(taken<V>(left), V{} + lowermost<T>)));
 }
 template <class V, class T>
-static inline V leastOfThree(const T* first, ptrdiff_t stride) {
-  V extreme = lesser(taken<V>(first), V{} + uppermost<T>);
-  extreme = lesser(taken<V>(first + stride), extreme);
-  return lesser(taken<V>(first + 2 * stride), extreme);
+static inline V ownSiftFilterMinRow03(const T* left) {
+  return lesser(taken<V>(left + 2), lesser(taken<V>(left + 1), lesser(taken<V>(left), V{} + uppermost<T>)));
 }
 
-// The extremes of src[x - 1], src[x] and src[x + 1], one for each x.
+// The extremes of src[x - 1], src[x] and src[x + 1], one of each for each x.
 template <class T>
-static inline void ownSiftFilterMaxRow03(const T* src, T* dst, ptrdiff_t count) {
-  if (count < atOnce) {
-    for (ptrdiff_t x = 0; x < count; ++x) dst[x] = greatestOfThree<T>(src + x - 1, 1);
-    return;
-  }
-  for (ptrdiff_t x = 0;; x += atOnce) {
-    if (x > count - atOnce) x = count - atOnce;
-    put(dst + x, greatestOfThree<Wide<T>>(src + x - 1, 1));
-    if (x == count - atOnce) return;
-  }
-}
-template <class T>
-static inline void ownSiftFilterMinRow03(const T* src, T* dst, ptrdiff_t count) {
-  if (count < atOnce) {
-    for (ptrdiff_t x = 0; x < count; ++x) dst[x] = leastOfThree<T>(src + x - 1, 1);
-    return;
-  }
-  for (ptrdiff_t x = 0;; x += atOnce) {
-    if (x > count - atOnce) x = count - atOnce;
-    put(dst + x, leastOfThree<Wide<T>>(src + x - 1, 1));
-    if (x == count - atOnce) return;
+static inline void extremesOfRow(const T* src, T* greatest, T* least, ptrdiff_t count) {
+  const auto at = [=](auto kind, ptrdiff_t x) {
+    using V = decltype(kind);
+    put(greatest + x, ownSiftFilterMaxRow03<V>(src + x - 1));
+    put(least + x, ownSiftFilterMinRow03<V>(src + x - 1));
+  };
+  ptrdiff_t x = 0;
+  for (; x + atOnce <= count; x += atOnce) at(Wide<T>{}, x);
+  if (x < count && count >= atOnce) {
+    at(Wide<T>{}, count - atOnce);
+  } else {
+    for (; x < count; ++x) at(T{}, x);
   }
 }
 
-// Which pixels are peaks, as bits, given the extremes about them. The threshold of integers is -1 or more; so the
-// magnitude of the least integer, which no integer holds, is not needed.
+// Which pixels have a magnitude above the threshold, as bits. That of integers is -1 or more; so the magnitude of the
+// least integer, which no integer holds, is not needed.
+template <class V>
+static inline uint32_t bitsAbove(V v, float threshold) {
+  return bitsOf(magnitude(v) > threshold);
+}
+template <class V>
+static inline uint32_t bitsAbove(V v, int32_t threshold) {
+  return bitsOf((v > threshold) | (v < -threshold));
+}
+// Which of them are the extreme of their sign.
 constexpr float leastNormal = std::numeric_limits<float>::min();
-template <class V>
-static inline uint32_t peakBits(V v, V localMax, V localMin, float threshold) {
-  const V extreme = v > 0.0f ? localMax : localMin;
-  return bitsOf((magnitude(v) > threshold) & (magnitude(v - extreme) <= leastNormal));
-}
-template <class V>
-static inline uint32_t peakBits(V v, V localMax, V localMin, int32_t threshold) {
-  const V extreme = v > 0 ? localMax : localMin;
-  return bitsOf(((v > threshold) | (v < -threshold)) & (v == extreme));
+template <class V, class T>
+static inline uint32_t bitsOfExtremes(V v, V localMax, V localMin, uint32_t above, T) {
+  if constexpr (std::is_same_v<T, float>) {
+    return above & bitsOf(magnitude(v - (v > 0.0f ? localMax : localMin)) <= leastNormal);
+  } else {
+    return above & bitsOf(v == (v > 0 ? localMax : localMin));
+  }
 }
 #ifdef __AVX512F__
-static inline uint32_t peakBits(Floats v, Floats localMax, Floats localMin, float threshold) {
-  const __mmask16 positive = _mm512_cmp_ps_mask(__m512(v), _mm512_setzero_ps(), _CMP_GT_OQ);
-  const Floats extreme = Floats(_mm512_mask_mov_ps(__m512(localMin), positive, __m512(localMax)));
-  const __mmask16 large = _mm512_cmp_ps_mask(__m512(magnitude(v)), _mm512_set1_ps(threshold), _CMP_GT_OQ);
-  return _mm512_mask_cmp_ps_mask(large, __m512(magnitude(v - extreme)), _mm512_set1_ps(leastNormal), _CMP_LE_OQ);
+static inline uint32_t bitsAbove(Floats v, float threshold) {
+  return _mm512_cmp_ps_mask(__m512(magnitude(v)), _mm512_set1_ps(threshold), _CMP_GT_OQ);
 }
-static inline uint32_t peakBits(Integers v, Integers localMax, Integers localMin, int32_t threshold) {
-  const __m512i all = __m512i(v);
-  const __mmask16 positive = _mm512_cmpgt_epi32_mask(all, _mm512_setzero_si512());
+static inline uint32_t bitsAbove(Integers v, int32_t threshold) {
+  return _mm512_cmpgt_epi32_mask(__m512i(v), _mm512_set1_epi32(threshold)) |
+         _mm512_cmplt_epi32_mask(__m512i(v), _mm512_set1_epi32(-threshold));
+}
+static inline uint32_t bitsOfExtremes(Floats v, Floats localMax, Floats localMin, uint32_t above, float) {
+  const __mmask16 positive = _mm512_cmp_ps_mask(__m512(v), _mm512_setzero_ps(), _CMP_GT_OQ);
+  const Floats off = v - Floats(_mm512_mask_mov_ps(__m512(localMin), positive, __m512(localMax)));
+  return _mm512_mask_cmp_ps_mask(__mmask16(above), __m512(magnitude(off)), _mm512_set1_ps(leastNormal), _CMP_LE_OQ);
+}
+static inline uint32_t bitsOfExtremes(Integers v, Integers localMax, Integers localMin, uint32_t above, int32_t) {
+  const __mmask16 positive = _mm512_cmpgt_epi32_mask(__m512i(v), _mm512_setzero_si512());
   const __m512i extreme = _mm512_mask_mov_epi32(__m512i(localMin), positive, __m512i(localMax));
-  const uint32_t large = _mm512_cmpgt_epi32_mask(all, _mm512_set1_epi32(threshold)) |
-                         _mm512_cmplt_epi32_mask(all, _mm512_set1_epi32(-threshold));
-  return _mm512_mask_cmpeq_epi32_mask(__mmask16(large), all, extreme);
+  return _mm512_mask_cmpeq_epi32_mask(__mmask16(above), __m512i(v), extreme);
 }
 #endif
 
@@ -152,14 +150,15 @@ struct Peaks {
 }  // namespace
 
 // Appends the peaks that the bits tell, at column x and those right of it, in one go where that can be done and leaves
-// room for more: otherwise false, and nothing is appended. Without a branch on how many there are, which nobody foresees.
+// room for more: otherwise false, and nothing is appended. Without a branch on how many there are, which nobody
+// foresees.
 static inline bool appendAll(uint32_t bits, ptrdiff_t x, int32_t y, Peaks& peaks) {
 #ifdef __AVX512F__
   const int32_t number = __builtin_popcount(bits);
   if (number >= peaks.most - peaks.count) return false;
   const __m512i ahead = _mm512_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-  const __m512i columns =
-      _mm512_maskz_compress_epi32(__mmask16(bits), _mm512_maskz_add_epi32(0xffff, ahead, _mm512_set1_epi32(int32_t(x))));
+  const __m512i columns = _mm512_maskz_compress_epi32(
+      __mmask16(bits), _mm512_maskz_add_epi32(0xffff, ahead, _mm512_set1_epi32(int32_t(x))));
   const __m512i row = _mm512_set1_epi64(int64_t(y) << 32);
   QoriPoint* const to = peaks.peak + peaks.count;
   const uint32_t places = (1u << number) - 1;
@@ -183,9 +182,12 @@ static inline bool peaksOfRow(const T* src, int32_t y, ptrdiff_t first, ptrdiff_
                               Extremes extremes) {
   const auto bitsAt = [=](auto kind, ptrdiff_t x) {
     using V = decltype(kind);
+    const V v = taken<V>(src + x);
+    const uint32_t above = bitsAbove(v, threshold);
+    if (above == 0) return above;
     V localMax, localMin;
     extremes(x, localMax, localMin);
-    return peakBits(taken<V>(src + x), localMax, localMin, threshold);
+    return bitsOfExtremes(v, localMax, localMin, above, threshold);
   };
   const auto append = [&](uint32_t bits, ptrdiff_t x) {
     if (appendAll(bits, x, y, peaks)) return true;

@@ -24,7 +24,9 @@ struct QoriFGGaussianState_8u {
   double newVariance;
   void** models;  // of each pixel, row by row, its components; the first points to the block of all
   int32_t frameCount;
-  QoriSize size;  // at creation: no call may walk further
+  // What the model was made for: no call may walk further.
+  QoriSize size;
+  int32_t channels;
 };
 
 namespace {
@@ -184,14 +186,17 @@ static inline uint8_t updatePixel(Component<channels>* c, const uint8_t* src, ui
   return 0;
 }
 
+// A region that the model has no memory for.
+template <int32_t channels>
+static bool beyondModel(QoriSize size, const QoriFGGaussianState_8u& state) {
+  return size.width > state.size.width || size.height > state.size.height || channels != state.channels;
+}
+
 template <int32_t channels>
 static QorStatus foregroundGaussian(const uint8_t* src, int32_t srcStep, uint8_t* ref, int32_t refStep, uint8_t* dst,
                                     int32_t dstStep, QoriSize roiSize, QoriFGGaussianState_8u* state) {
   if (anyNull(src, ref, dst, state)) return qorStatusNullPtr;
-  // No walk past the end of the table.
-  if (emptySize(roiSize) || roiSize.width > state->size.width || roiSize.height > state->size.height) {
-    return qorStatusBadSize;
-  }
+  if (emptySize(roiSize) || beyondModel<channels>(roiSize, *state)) return qorStatusBadSize;
   if (shortStep<uint8_t, channels>(srcStep, roiSize)) return qorStatusBadStep;
 
   state->frameCount += 1;
@@ -266,7 +271,8 @@ static QorStatus initAlloc(const uint8_t* src, int32_t srcStep, QoriSize roiSize
            900.0,
            models,
            0,
-           roiSize};
+           roiSize,
+           channels};
   auto* c = static_cast<Component<channels>*>(blocks[4]);
   constexpr double firstVariance = 12.5;
   for (int32_t y = 0; y < roiSize.height; ++y) {

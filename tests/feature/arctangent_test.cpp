@@ -57,7 +57,8 @@ std::vector<float> model(const std::vector<float>& y, const std::vector<float>& 
     const float d01 = product(r[0].denominator, r[1].denominator), d23 = product(r[2].denominator, r[3].denominator);
     const double inverse = 1.0 / (double(d01) * double(d23));
     for (size_t i = 0; i < 4 && first + i < y.size(); ++i) {
-      const float t = float(double(product(r[i].numerator, r[i ^ 1].denominator)) * double(i < 2 ? d23 : d01) * inverse);
+      const float t =
+          float(double(product(r[i].numerator, r[i ^ 1].denominator)) * double(i < 2 ? d23 : d01) * inverse);
       const double u = double(t);
       degrees.push_back(float((fabs(u) * -15.813189506530762 + 61.09419631958008) * u + r[i].offset));
     }
@@ -156,8 +157,8 @@ TEST(FastArctan, EightOctantsAndAxes) {
 
 // Both coordinates zero count as the first octant, whatever their signs.
 TEST(FastArctan, ZerosOfAllSigns) {
-  const std::vector<float> is = computed({0.0f, -0.0f, 0.0f, -0.0f, -0.0f}, {0.0f, 0.0f, -0.0f, -0.0f, -0.0f},
-                                         Edge::end, 0);
+  const std::vector<float> is =
+      computed({0.0f, -0.0f, 0.0f, -0.0f, -0.0f}, {0.0f, 0.0f, -0.0f, -0.0f, -0.0f}, Edge::end, 0);
   for (const float degrees : is) EXPECT_EQ(degrees, -0.14050041139125824f);
 }
 
@@ -178,17 +179,18 @@ struct Args {
 
 TEST(FastArctan, Statuses) {
   std::vector<float> y(9, 1), x(9, 2), dst(9, 3);
-  expectStatuses<Args>({y.data(), x.data(), dst.data(), 9},
-                       {{"srcY", qorStatusNullPtr, [](Args& a) { a.srcY = nullptr; }},
-                        {"srcX", qorStatusNullPtr, [](Args& a) { a.srcX = nullptr; }},
-                        {"dst", qorStatusNullPtr, [](Args& a) { a.dst = nullptr; }},
-                        {"length", qorStatusBadSize, [](Args& a) { a.length = 0; }},
-                        {"length", qorStatusBadSize, [](Args& a) { a.length = INT32_MIN; }}},
-                       [](const Args& a) { return qoribFastArctan_32f(a.srcY, a.srcX, a.dst, a.length); },
-                       [&] {
-                         const uint8_t* bytes = reinterpret_cast<const uint8_t*>(dst.data());
-                         return std::vector<uint8_t>(bytes, bytes + 36);
-                       });
+  expectStatuses<Args>(
+      {y.data(), x.data(), dst.data(), 9},
+      {{"srcY", qorStatusNullPtr, [](Args& a) { a.srcY = nullptr; }},
+       {"srcX", qorStatusNullPtr, [](Args& a) { a.srcX = nullptr; }},
+       {"dst", qorStatusNullPtr, [](Args& a) { a.dst = nullptr; }},
+       {"length", qorStatusBadSize, [](Args& a) { a.length = 0; }},
+       {"length", qorStatusBadSize, [](Args& a) { a.length = INT32_MIN; }}},
+      [](const Args& a) { return qoribFastArctan_32f(a.srcY, a.srcX, a.dst, a.length); },
+      [&] {
+        const uint8_t* bytes = reinterpret_cast<const uint8_t*>(dst.data());
+        return std::vector<uint8_t>(bytes, bytes + 36);
+      });
 }
 
 }  // namespace

@@ -52,10 +52,8 @@ template <class T>
 void expectModel(const Member<T>& member, const Image<T>& src, const Image<T>& dst, int32_t norm) {
   ASSERT_EQ(member.convert(src.data(), src.step(), dst.data(), dst.step(), src.size(), norm), qorStatusOk);
   ASSERT_TRUE(dst.gapsIntact());
-  ASSERT_EQ(difference(dst,
-                       [&](int32_t x, int32_t y, int32_t) {
-                         return model(norm, src.get(x, y, 0), src.get(x, y, 1), src.get(x, y, 2));
-                       }),
+  ASSERT_EQ(difference(dst, [&](int32_t x, int32_t y,
+                                int32_t) { return model(norm, src.get(x, y, 0), src.get(x, y, 1), src.get(x, y, 2)); }),
             "")
       << "rule " << norm;
 }
@@ -158,7 +156,8 @@ struct Seen {
   int32_t caller, requested, inner, rowsWritten;
 };
 
-// Calls from one thread of a team of `callers`; nested regions get threads where `levels` is 2. Tells how many rows were written from the first one on; no other may be.
+// Calls from one thread of a team of `callers`; nested regions get threads where `levels` is 2. Tells how many rows
+// were written from the first one on; no other may be.
 template <class T>
 Seen callInside(const Member<T>& member, Random& random, QoriSize size, int32_t callers, int32_t levels) {
   AnyImage<T> src(random, size, 3), dst(random, size);
@@ -173,9 +172,8 @@ Seen callInside(const Member<T>& member, Random& random, QoriSize size, int32_t 
 #pragma omp single
     {
       seen.caller = omp_get_num_threads();
-      seen.requested = requestedTeam([&] {
-        EXPECT_EQ(member.convert(src.data(), src.step(), dst.data(), dst.step(), size, 1), qorStatusOk);
-      });
+      seen.requested = requestedTeam(
+          [&] { EXPECT_EQ(member.convert(src.data(), src.step(), dst.data(), dst.step(), size, 1), qorStatusOk); });
     }
   }
   omp_set_max_active_levels(before);

@@ -60,8 +60,8 @@ void expectModel(const Member<T>& member, const Image<T>& image, T threshold, in
   const GuardedMemory buffer{size_t(bytes)};
   const GuardedMemory room(size_t(most) * sizeof(QoriPoint));
   memset(room.data(), 0x77, room.size());
-  ASSERT_EQ(member.find(image.data(), image.step(), image.size(), threshold,
-                        reinterpret_cast<QoriPoint*>(room.data()), most, &count, norm, border, buffer.data()),
+  ASSERT_EQ(member.find(image.data(), image.step(), image.size(), threshold, reinterpret_cast<QoriPoint*>(room.data()),
+                        most, &count, norm, border, buffer.data()),
             qorStatusOk);
   ASSERT_TRUE(room.patternIntact());
   ASSERT_TRUE(buffer.patternIntact());
@@ -139,9 +139,9 @@ TEST(FindPeaks, EveryInnerPixelOfAFlatImage) {
           EXPECT_EQ(count, std::min(most, 88 * 5));
         }
         // Not above the threshold.
-        EXPECT_EQ(member.find(image.data(), image.step(), {90, 7}, T(5), peaks.data(), 630, &count, norm, 1,
-                              buffer.data()),
-                  qorStatusOk);
+        EXPECT_EQ(
+            member.find(image.data(), image.step(), {90, 7}, T(5), peaks.data(), 630, &count, norm, 1, buffer.data()),
+            qorStatusOk);
         EXPECT_EQ(count, 0);
       }
     }

@@ -53,10 +53,8 @@ void expectLine(const Member<T>& member, const Image<T>& image, QoriPoint p, Qor
   const Image<T> dst(int32_t(points.size()), 1, member.channels, 0, edge, shift);
   ASSERT_EQ(member.sample(image.data(), image.step(), image.size(), dst.data(), p, q), qorStatusOk);
   EXPECT_TRUE(dst.gapsIntact());
-  ASSERT_EQ(difference(dst,
-                       [&](int32_t i, int32_t, int32_t c) {
-                         return image.get(points[size_t(i)].x, points[size_t(i)].y, c);
-                       }),
+  ASSERT_EQ(difference(dst, [&](int32_t i, int32_t,
+                                int32_t c) { return image.get(points[size_t(i)].x, points[size_t(i)].y, c); }),
             "")
       << "from " << p.x << ", " << p.y << " to " << q.x << ", " << q.y;
 }

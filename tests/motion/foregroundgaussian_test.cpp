@@ -488,6 +488,14 @@ TEST_F(ForegroundGaussian, aSmallerRegionTakesThePixelsInARow) {
                 qorStatusBadSize);
     }
     EXPECT_EQ(largeDst.bytes(), Bytes(49, 0));
+    // A model of the other number of channels has other components.
+    for (const Member& other : members) {
+      if (other.channels == channels) continue;
+      Image<uint8_t> frames(4, 3, 3), refs(4, 3, 3);
+      EXPECT_EQ(
+          other.frame(frames.data(), frames.step(), refs.data(), refs.step(), dst.data(), dst.step(), called, state),
+          qorStatusBadSize);
+    }
     EXPECT_EQ(member.free(state), qorStatusOk);
   }
 }
