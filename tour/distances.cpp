@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "edges.h"
 #include "station.h"
 
 namespace tour {
@@ -15,30 +16,7 @@ static constexpr uint8_t ramp[][3] = {{8, 10, 40},   {40, 20, 110},  {120, 25, 1
 // 255 everywhere but on the edges.
 static Image8u edgesAsZeros(const Image8u& picture) {
   const QoriSize roiSize = picture.size();
-  Image8u calm(roiSize.width, roiSize.height), result(roiSize.width, roiSize.height);
-  Image16s across(roiSize.width, roiSize.height), down(roiSize.width, roiSize.height);
-  Image8u gray = picture;
-  gray.extendEdges();
-  const uint8_t* src = gray.data();
-  const int32_t srcStep = gray.step();
-  uint8_t* smooth = calm.data();
-  const int32_t smoothStep = calm.step();
-  run({TOUR_STEP_WITH_BUFFER(qoriFilterLowpassGetBufferSize_8u_C1R(roiSize, qorMaskSize5x5, &bufferSize),
-                             qoriFilterLowpassBorder_8u_C1R(src, srcStep, smooth, smoothStep, roiSize, qorMaskSize5x5,
-                                                            qorBorderReplicate, 0, buffer))});
-  calm.extendEdges();
-  int16_t *dx = across.data(), *dy = down.data();
-  const int32_t dxStep = across.step(), dyStep = down.step();
-  uint8_t* dst = result.data();
-  const int32_t dstStep = result.step();
-  run({TOUR_STEP_WITH_BUFFER(qoriFilterSobelNegVertGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
-                             qoriFilterSobelNegVertBorder_8u16s_C1R(smooth, smoothStep, dx, dxStep, roiSize,
-                                                                    qorMaskSize3x3, qorBorderReplicate, 0, buffer)),
-       TOUR_STEP_WITH_BUFFER(qoriFilterSobelHorizGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
-                             qoriFilterSobelHorizBorder_8u16s_C1R(smooth, smoothStep, dy, dyStep, roiSize,
-                                                                  qorMaskSize3x3, qorBorderReplicate, 0, buffer)),
-       TOUR_STEP_WITH_BUFFER(qoriCannyGetSize(roiSize, &bufferSize),
-                             qoriCanny_16s8u_C1R(dx, dxStep, dy, dyStep, dst, dstStep, roiSize, 80, 200, buffer))});
+  Image8u result = edgesOf(picture, 80, 200);
   bool any = false;
   for (int32_t y = 0; y < roiSize.height; ++y) {
     for (int32_t x = 0; x < roiSize.width; ++x) {

@@ -2,6 +2,8 @@
 //
 // The detector tells diagonals by the signs of dx and dy together, so both have to point the same way: right minus left
 // (the negative vertical Sobel filter) goes with bottom minus top (the horizontal one).
+#include "edges.h"
+
 #include "station.h"
 
 namespace tour {
@@ -35,6 +37,22 @@ static Image8u smoothed(const Image8u& image) {
                              qoriFilterLowpassBorder_8u_C1R(src, srcStep, dst, dstStep, roiSize, qorMaskSize5x5,
                                                             qorBorderReplicate, 0, buffer))});
   result.extendEdges();
+  return result;
+}
+
+Image8u edgesOf(const Image8u& picture, float low, float high) {
+  Image8u gray = picture;
+  gray.extendEdges();
+  const Image8u calm = smoothed(gray);
+  const Image16s across = slope(calm, true), down = slope(calm, false);
+  const int16_t *dx = across.data(), *dy = down.data();
+  const int32_t dxStep = across.step(), dyStep = down.step();
+  const QoriSize roiSize = picture.size();
+  Image8u result(roiSize.width, roiSize.height);
+  uint8_t* dst = result.data();
+  const int32_t dstStep = result.step();
+  run({TOUR_STEP_WITH_BUFFER(qoriCannyGetSize(roiSize, &bufferSize),
+                             qoriCanny_16s8u_C1R(dx, dxStep, dy, dyStep, dst, dstStep, roiSize, low, high, buffer))});
   return result;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "drawing.h"
+#include "edges.h"
 #include "station.h"
 
 namespace tour {
@@ -23,34 +24,6 @@ struct Lines {
 };
 
 }  // namespace
-
-static Image8u edgesOf(const Image8u& picture) {
-  const QoriSize roiSize = picture.size();
-  Image8u gray = picture, calm(roiSize.width, roiSize.height), result(roiSize.width, roiSize.height);
-  Image16s across(roiSize.width, roiSize.height), down(roiSize.width, roiSize.height);
-  gray.extendEdges();
-  const uint8_t* src = gray.data();
-  const int32_t srcStep = gray.step();
-  uint8_t* smooth = calm.data();
-  const int32_t smoothStep = calm.step();
-  run({TOUR_STEP_WITH_BUFFER(qoriFilterLowpassGetBufferSize_8u_C1R(roiSize, qorMaskSize5x5, &bufferSize),
-                             qoriFilterLowpassBorder_8u_C1R(src, srcStep, smooth, smoothStep, roiSize, qorMaskSize5x5,
-                                                            qorBorderReplicate, 0, buffer))});
-  calm.extendEdges();
-  int16_t *dx = across.data(), *dy = down.data();
-  const int32_t dxStep = across.step(), dyStep = down.step();
-  uint8_t* dst = result.data();
-  const int32_t dstStep = result.step();
-  run({TOUR_STEP_WITH_BUFFER(qoriFilterSobelNegVertGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
-                             qoriFilterSobelNegVertBorder_8u16s_C1R(smooth, smoothStep, dx, dxStep, roiSize,
-                                                                    qorMaskSize3x3, qorBorderReplicate, 0, buffer)),
-       TOUR_STEP_WITH_BUFFER(qoriFilterSobelHorizGetBufferSize_8u16s_C1R(roiSize, qorMaskSize3x3, &bufferSize),
-                             qoriFilterSobelHorizBorder_8u16s_C1R(smooth, smoothStep, dy, dyStep, roiSize,
-                                                                  qorMaskSize3x3, qorBorderReplicate, 0, buffer)),
-       TOUR_STEP_WITH_BUFFER(qoriCannyGetSize(roiSize, &bufferSize),
-                             qoriCanny_16s8u_C1R(dx, dxStep, dy, dyStep, dst, dstStep, roiSize, 50, 130, buffer))});
-  return result;
-}
 
 // Strongest first, without those that nearly repeat a stronger one, and at most `most` of them.
 static std::vector<QoriPointPolar> distinct(Lines& lines, size_t most) {
@@ -103,7 +76,7 @@ static std::string summary(int32_t found, size_t drawn, int32_t threshold) {
 }
 
 void visitLines(const Picture& picture, Wall& wall) {
-  const Image8u edges = edgesOf(picture.gray);
+  const Image8u edges = edgesOf(picture.gray, 50, 130);
   const uint8_t* src = edges.data();
   const int32_t srcStep = edges.step();
   const QoriSize roiSize = edges.size();
