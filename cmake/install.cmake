@@ -20,7 +20,9 @@ file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${pkgconfig_dir} /prefix)
 configure_file(cmake/qorcvmx.pc.in qorcvmx.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/qorcvmx.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 
-install(FILES README.md NEWS.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libqorcvmx-dev COMPONENT development)
+set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/libqorcvmx-dev)
+install(FILES README.md NEWS.md DESTINATION ${doc_dir} COMPONENT development)
+install(DIRECTORY docs DESTINATION ${doc_dir} COMPONENT development)
 
 # `cpack -G DEB`: one package to run programs, one to build them.
 set(CPACK_GENERATOR DEB)

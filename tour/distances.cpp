@@ -130,11 +130,12 @@ void visitDistances(const Picture& picture, Wall& wall) {
   qoriAbsDiff_32f_C1R(chamfer3.data(), step, distance, step, dst, step, roiSize);
   const double most = std::max(0.1, endOf(difference));
   compare(chamfer3,
-          {"difference-3x3", "How far 3×3 is off",
+          {"chamfer-3x3-error", "How far 3×3 is off",
            "The absolute difference to the true distance, much amplified. It grows with the distance: "
            "straight ways come out too short, those between a straight one and a diagonal too long."},
           most);
-  compare(chamfer5, {"difference-5x5", "How far 5×5 is off", "The same for the larger mask, on the same scale."}, most);
+  compare(chamfer5, {"chamfer-5x5-error", "How far 5×5 is off", "The same for the larger mask, on the same scale."},
+          most);
 }
 
 }  // namespace tour

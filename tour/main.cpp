@@ -116,7 +116,9 @@ static void makeFolder(const fs::path& folder) {
 static Section visit(const Picture& picture, const fs::path& out) {
   const bool hasColour = !picture.colour.empty();
   makeFolder(out / picture.folder);
+  std::set<std::string> names;
   const auto write = [&](const std::string& name, const Image8u& image) {
+    if (!names.insert(name).second) throw Failure(name + ": two results have this name");
     const std::string file = picture.folder + "/" + name + ".png";
     writePng((out / file).string(), image);
     return file;
