@@ -64,7 +64,7 @@ static void visitDirections(const Slopes& slopes, Wall& wall) {
   const float *srcY = y.data(), *srcX = x.data();
   float* dst = degrees.data();
   hang(wall,
-       {"directions", "Directions of the slopes",
+       {"gradient-directions", "Directions of the slopes",
         "Which way the brightness rises, by an arctangent of two terms. Hue is the direction: red to the right, and on "
         "through yellow, green and blue around the wheel, clockwise. Brightness is the strength of the slope."},
        {TOUR_STEP(qoribFastArctan_32f(srcY, srcX, dst, length))}, degrees, [&](const Image32f& values) {
