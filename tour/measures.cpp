@@ -193,7 +193,7 @@ static void visitPeaks(const Image8u& gray, Wall& wall) {
     return Visible{drawn, std::to_string(count) + (count == 1 ? " peak." : " peaks.")};
   };
   hang(wall,
-       {"peaks", "Peaks among eight neighbours",
+       {"local-peaks", "Peaks among eight neighbours",
         "The corner measure of the picture, smoothed over 5×5, and its peaks: pixels above a twentieth of the highest "
         "that none of their eight neighbours exceeds."},
        {TOUR_STEP_WITH_BUFFER(
@@ -201,7 +201,7 @@ static void visitPeaks(const Image8u& gray, Wall& wall) {
            qoriFindPeaks3x3_32f_C1R(src, srcStep, roiSize, threshold, peak, maxPeakCount, peakCount, 0, 1, buffer))},
        number, [&](const Image32s& found) { return draw(found, cyan); });
   hang(wall,
-       {"peaks-direct", "Peaks among four neighbours",
+       {"local-peaks-direct", "Peaks among four neighbours",
         "Only the pixels to the left, to the right, above and below are asked, so ridges that run diagonally leave "
         "some more."},
        {TOUR_STEP_WITH_BUFFER(
