@@ -60,9 +60,9 @@ expect_refusal() {
   return 0
 }
 
-# The photographs: three thumbnails, and rooms of 104, 104 and 110 pictures.
+# The photographs: three thumbnails, and rooms of 129, 129 and 135 pictures.
 expect_exit 0 --out "$work/photos" "$photos"/camera.png "$photos"/coins.png "$photos"/chelsea.png &&
-  check_page "$work/photos" 321
+  check_page "$work/photos" 393
 for name in camera.png coins.png chelsea.png; do
   grep -q "^\[./3\] $name" "$work/stdout" || fail "no progress on $name"
 done
@@ -77,7 +77,11 @@ for call in qoriFilterSobelHorizBorder_8u16s_C1R qoriFilterSobelVertBorder_8u16s
   qoriCreateMapCameraUndistort_32f_C1R qoriSRHNCalcResidual_PSF3x3_8u32f_C1R qoriDistanceTransform_5x5_8u32f_C1R \
   qoriTrueDistanceTransform_8u32f_C1R qoriFastMarching_8u32f_C1R qoriInpaint_8u_C1R qoriInpaint_8u_C3R \
   qoriFloodFill_Range4Con_8u_C3IR qoriFloodFill_Grad8Con_8u_C3IR qoriLabelMarkers_8u_C1IR \
-  qoriSegmentWatershed_8u16u_C1IR qoriBoundSegments_16u_C1IR qoriSegmentGradient_8u_C3IR; do
+  qoriSegmentWatershed_8u16u_C1IR qoriBoundSegments_16u_C1IR qoriSegmentGradient_8u_C3IR qoriHoughLine_8u32f_C1R \
+  qoriHoughLine_Region_8u32f_C1R qoribFastArctan_32f qoriGradientColorToGray_8u_C3C1R qoriSampleLine_8u_C1R \
+  qoriFindPeaks3x3_32f_C1R qoriApplyHaarClassifier_32s32f_C1R qoriApplyMixedHaarClassifier_32s32f_C1R \
+  qoriForegroundGaussian_8u_C1R qoriForegroundGaussian_8u_C3R qoriForegroundHistogram_8u_C3R \
+  qoriForegroundHistogramUpdate_8u_C3R; do
   grep -q "$call(" "$work/photos/index.html" || fail "$call is not on the page"
 done
 # The table: the mean of the grey picture and of a channel are numbers.
@@ -89,7 +93,7 @@ done
 
 # Every kind of picture. The four that hold the same are seen the same, and grey pictures have no room for colour.
 expect_exit 0 --out "$work/kinds" "$data"/grey.png "$data"/grey16.png "$data"/palette.png "$data"/transparent.png \
-  "$data"/grey.jpg "$data"/colour.jpg "$data"/dot.png && check_page "$work/kinds" 738
+  "$data"/grey.jpg "$data"/colour.jpg "$data"/dot.png && check_page "$work/kinds" 901
 for other in grey16 palette transparent; do
   cmp "$work/kinds/grey/before-grey.png" "$work/kinds/$other/before-grey.png" || fail "$other.png is not seen as grey.png"
 done
@@ -99,7 +103,7 @@ done
 
 # What the tour writes it can read.
 expect_exit 0 --out "$work/again" "$work/kinds/colour/colour-sharpen-5.png" "$work/kinds/grey/canny-eager.png" &&
-  check_page "$work/again" 216
+  check_page "$work/again" 264
 
 # Bad files.
 printf 'not a picture\n' >"$work/notes.txt"
