@@ -140,7 +140,8 @@ static std::string header(const std::vector<Section>& sections) {
   html +=
       "<p class=\"note\">Under each picture stands the C call that made it, with the time of that call alone: the best "
       "of several runs, first with one thread, then with all. Both results were compared and are the same to the last "
-      "byte. Small pictures and a few functions stay on one thread in any case; while other programs keep the "
+      "byte, but for the few functions that do not promise it and for models that learn from each call. Small pictures "
+      "and a few functions stay on one thread in any case; while other programs keep the "
       "processor busy, several threads wait for each other and the second time says little. Every filter continues the "
       "picture "
       "beyond its edges by its edge pixels. A click shows a picture in its own size.</p>\n";
