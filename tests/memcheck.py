@@ -14,6 +14,7 @@ import sys
 import tempfile
 
 SMALL = 0.02  # seconds
+SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "memcheck.supp")
 
 
 def small_tests(program, environment):
@@ -28,8 +29,8 @@ def small_tests(program, environment):
 
 def check(program, environment):
     names, count = small_tests(program, environment)
-    run = subprocess.run(["valgrind", "-q", "--error-exitcode=9", "--leak-check=full", "--errors-for-leak-kinds=definite",
-                          program, "--gtest_filter=" + ":".join(names)], env=environment, stdout=subprocess.PIPE,
+    run = subprocess.run(["valgrind", "-q", "--error-exitcode=9", "--leak-check=full", "--show-leak-kinds=definite",
+                          "--errors-for-leak-kinds=definite", f"--suppressions={SUPPRESSIONS}", program, "--gtest_filter=" + ":".join(names)], env=environment, stdout=subprocess.PIPE,
                          stderr=subprocess.STDOUT, text=True)
     return run.returncode == 0, len(names), count, run.stdout
 

@@ -388,6 +388,7 @@ class Rows {
     }
     blocks_.push_back(std::make_unique<GuardedMemory>(end));
     uint8_t* const block = blocks_.back()->data();
+    memset(block, 0xa5, end);
     starts_.resize(count);
     const uint8_t* free = block;
     for (int32_t r = 0; r < count; ++r) {
