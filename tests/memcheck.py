@@ -14,6 +14,8 @@ import sys
 import tempfile
 
 SMALL = 0.02  # seconds
+# Sees which rows a thread writes by the faults on protected pages.
+FAULTING = "TeamTakesStripes"
 SUPPRESSIONS = os.path.join(os.path.dirname(os.path.abspath(__file__)), "memcheck.supp")
 
 
@@ -23,7 +25,7 @@ def small_tests(program, environment):
                        stdout=subprocess.DEVNULL)
         suites = json.load(open(report.name))["testsuites"]
     names = [f"{test['classname']}.{test['name']}" for suite in suites for test in suite["testsuite"]
-             if float(test["time"].rstrip("s")) < SMALL]
+             if float(test["time"].rstrip("s")) < SMALL and test["name"] != FAULTING]
     return names, sum(len(suite["testsuite"]) for suite in suites)
 
 
