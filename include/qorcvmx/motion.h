@@ -133,8 +133,8 @@ QORAPI(QorStatus, qoriForegroundGaussianFree_8u_C3R, (QoriFGGaussianState_8u * s
  * `ref` and `dst` may be `src`. A call that fails is no frame. Call it with the size that the model was made for; a
  * smaller region takes the pixels of the model one after the other, whatever their place was.
  *
- * Statuses: qorStatusNullPtr (src, ref, dst, state); qorStatusBadSize (also a width or height above that of the model; a
- * model of the other number of channels); qorStatusBadStep (srcStep only).
+ * Statuses: qorStatusNullPtr (src, ref, dst, state); qorStatusBadSize (also a width or height above that of the model;
+ * a model of the other number of channels); qorStatusBadStep (srcStep only).
  */
 /**@{*/
 QORAPI(QorStatus, qoriForegroundGaussian_8u_C1R,
