@@ -6,14 +6,7 @@
 
 namespace {
 
-class StageApply : public testing::Test {
- protected:
-  void SetUp() override { services::reset(); }
-  void TearDown() override {
-    EXPECT_EQ(services::liveBlocks(), 0);
-    services::reset();
-  }
-};
+class StageApply : public Stages {};
 
 template <class T>
 struct Call {

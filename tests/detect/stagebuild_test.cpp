@@ -5,14 +5,7 @@
 
 namespace {
 
-class StageBuild : public testing::Test {
- protected:
-  void SetUp() override { services::reset(); }
-  void TearDown() override {
-    EXPECT_EQ(services::liveBlocks(), 0);
-    services::reset();
-  }
-};
+class StageBuild : public Stages {};
 
 // The records, field by field.
 template <class T>

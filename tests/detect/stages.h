@@ -15,6 +15,16 @@
 #include "support/services.h"
 #include "support/statuses.h"
 
+// A test leaves no block of memory behind.
+class Stages : public testing::Test {
+ protected:
+  void SetUp() override { services::reset(); }
+  void TearDown() override {
+    EXPECT_EQ(services::liveBlocks(), 0);
+    services::reset();
+  }
+};
+
 // The functions of one kind of stage.
 template <class T>
 struct Functions;

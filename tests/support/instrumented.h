@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#if __has_include(<valgrind/memcheck.h>)
+#ifdef QOR_VALGRIND_HEADERS
 #include <valgrind/memcheck.h>
 #else
 #define RUNNING_ON_VALGRIND 0
